@@ -1,6 +1,10 @@
 // Construction, configuration and teardown of the calibration node.
 #include <sys/stat.h>
 
+#include <cstdlib>
+#include <utility>
+#include <algorithm>
+
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -133,15 +137,44 @@ TEST(ConstructionTest, ExtraMembersAreIgnored) {
 
 TEST(ConstructionTest, AFolderThatCannotBeMadeDoesNotStopConstruction) {
   testsupport::ResetPluginGlobals();
-  NodeHarness harness;
-  kivplugcali::left_path = "/nonexistent-parent/left";
+  kivplugcali::pic_path = "/nonexistent-parent/pic";  // both mkdir calls fail
   kiv::Host host;
   testsupport::ConsoleCapture console;
   rapidjson::Document config;
   config.Parse(NodeHarness::kDefaultConfig);
   kivplugcali::KivNodeLaserCali node(config);
   EXPECT_EQ(console.OutLines().size(), 3u);
-  kivplugcali::left_path = "/tmp/left";
+  EXPECT_EQ(kivplugcali::createfile_res, -1);
+  EXPECT_FALSE(std::filesystem::exists("/nonexistent-parent"));
+  kivplugcali::pic_path = "/tmp/pic";
+}
+
+// This test binary links a mkdir that answers 0 for the paths listed in
+// LASERCALI_MKDIR_SUCCEEDS: a second mkdir that succeeds is the one case
+// that stops construction.
+TEST(ConstructionTest, ASecondMkdirThatSucceedsStopsConstruction) {
+  const std::vector<std::pair<std::string, std::string>> folders = {
+      {"left", "/tmp/left"}, {"right", "/tmp/right"}, {"pic", "/tmp/pic"}};
+  for (const auto& [which, path] : folders) {
+    setenv("LASERCALI_MKDIR_SUCCEEDS", path.c_str(), 1);
+    testsupport::ResetPluginGlobals();
+    kiv::Host host;
+    testsupport::ConsoleCapture console;
+    kiv::NodeRegistry registry;
+    Kiv_RegisterNodesFromNodeV3(registry);
+    rapidjson::Document config;
+    config.Parse(NodeHarness::kDefaultConfig);
+    try {
+      registry.at("KivNodeLaserCali")(config);
+      ADD_FAILURE() << "built with " << path;
+    } catch (const std::runtime_error& e) {
+      EXPECT_EQ(std::string(e.what()), "can't create file/" + which);
+    }
+    EXPECT_EQ(console.OutLines(), std::vector<std::string>{"xxx  can't create file/" + which + " "});
+    EXPECT_EQ(kivplugcali::createfile_res, 0);
+    EXPECT_EQ(kivplugcali::distance_factory, 0);  // never reached
+    unsetenv("LASERCALI_MKDIR_SUCCEEDS");
+  }
 }
 
 TEST(ConstructionTest, TeardownLeavesCameraAndGlobalsAlone) {

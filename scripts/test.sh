@@ -1,0 +1,22 @@
+#!/bin/sh
+# Installs what is missing, builds, and runs every test twice: in a normal
+# build (build/) and in an AddressSanitizer + UndefinedBehaviorSanitizer
+# build (build-asan/). Fails on any failing test or sanitizer report.
+set -eu
+cd "$(dirname "$0")/.."
+. scripts/deps.sh
+lasercali_install_deps
+
+jobs=$(nproc 2>/dev/null || echo 2)
+
+echo "== normal build"
+cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake --build build -j"$jobs"
+(cd build && ctest -j"$jobs" --output-on-failure)
+
+echo "== sanitizer build (address, undefined)"
+cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DLASERCALI_SANITIZE=ON >/dev/null
+cmake --build build-asan -j"$jobs"
+export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1:${ASAN_OPTIONS:-}"
+export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1:${UBSAN_OPTIONS:-}"
+(cd build-asan && ctest -j"$jobs" --output-on-failure)

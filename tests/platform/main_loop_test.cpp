@@ -1,0 +1,123 @@
+// The host main loop: timers on the virtual clock (and a real-clock run).
+#include "platform/kiv/main_loop.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "platform/kiv/describe.h"
+#include "framework/kiv_timer.h"
+#include "platform/kiv/host.h"
+
+namespace {
+
+TEST(MainLoopTest, TimersRunAtDelayThenEveryPeriod) {
+  kiv::MainLoop loop;
+  std::vector<int64_t> at;
+  loop.AddTimer([&] { at.push_back(loop.Now()); }, 5, 10, "a");
+  loop.Advance(35);
+  EXPECT_EQ(at, (std::vector<int64_t>{5, 15, 25, 35}));
+  EXPECT_EQ(loop.Now(), 35);
+}
+
+TEST(MainLoopTest, DueTimersRunInTimeOrderThenIdOrder) {
+  kiv::MainLoop loop;
+  std::vector<std::string> order;
+  loop.AddTimer([&] { order.push_back("b@" + std::to_string(loop.Now())); }, 10, 10, "b");
+  loop.AddTimer([&] { order.push_back("a@" + std::to_string(loop.Now())); }, 5, 5, "a");
+  loop.Advance(20);
+  EXPECT_EQ(order, (std::vector<std::string>{"a@5", "b@10", "a@10", "a@15", "b@20", "a@20"}));
+}
+
+TEST(MainLoopTest, ATimerMayDeleteItselfAndOthers) {
+  kiv::MainLoop loop;
+  int runs = 0;
+  int other = loop.AddTimer([] {}, 100, 100, "other");
+  int self = 0;
+  self = loop.AddTimer(
+      [&] {
+        ++runs;
+        loop.DelTimer(self);
+        loop.DelTimer(other);
+      },
+      1, 1, "self");
+  loop.Advance(1000);
+  EXPECT_EQ(runs, 1);
+  EXPECT_EQ(loop.TimerCount(), 0u);
+  EXPECT_FALSE(loop.DelTimer(self));
+}
+
+TEST(MainLoopTest, IdsAreNotReusedAndUnknownDeletesAreHarmless) {
+  kiv::MainLoop loop;
+  const int a = loop.AddTimer([] {}, 1, 1, "a");
+  EXPECT_TRUE(loop.DelTimer(a));
+  EXPECT_FALSE(loop.DelTimer(a));
+  EXPECT_FALSE(loop.DelTimer(12345));
+  EXPECT_GT(loop.AddTimer([] {}, 1, 1, "b"), a);
+}
+
+TEST(MainLoopTest, APeriodOfZeroRunsOnce) {
+  kiv::MainLoop loop;
+  int runs = 0;
+  loop.AddTimer([&] { ++runs; }, 3, 0, "once");
+  loop.Advance(100);
+  EXPECT_EQ(runs, 1);
+  EXPECT_EQ(loop.TimerCount(), 0u);
+}
+
+TEST(MainLoopTest, RunTicksCountsCallbacksAndMovesTheClock) {
+  kiv::MainLoop loop;
+  int runs = 0;
+  loop.AddTimer([&] { ++runs; }, 10000, 10000, "frame");
+  EXPECT_EQ(loop.RunTicks(7), 7);
+  EXPECT_EQ(runs, 7);
+  EXPECT_EQ(loop.Now(), 70000);
+  kiv::MainLoop idle;
+  EXPECT_EQ(idle.RunTicks(3), 0);
+}
+
+TEST(MainLoopTest, AThrowingCallbackIsReportedAndTheLoopGoesOn) {
+  kiv::MainLoop loop;
+  std::vector<std::string> reports;
+  loop.SetExceptionHandler([&](const std::string& name, std::exception_ptr e) {
+    reports.push_back(name + ": " + kiv::DescribeException(e).type + ": " +
+                      kiv::DescribeException(e).what);
+  });
+  int runs = 0;
+  loop.AddTimer(
+      [&] {
+        ++runs;
+        throw std::runtime_error("boom");
+      },
+      1, 1, "src/t_1");
+  loop.Advance(3);
+  EXPECT_EQ(runs, 3);
+  ASSERT_EQ(reports.size(), 3u);
+  EXPECT_EQ(reports[0], "src/t_1: std::runtime_error: boom");
+}
+
+TEST(MainLoopTest, TheRealClockRunsTimersUntilStopped) {
+  kiv::MainLoop loop;
+  int runs = 0;
+  loop.AddTimer([&] { ++runs; }, 1000, 1000, "real");
+  loop.RunRealtime(10'000'000, [&] { return runs == 5; });
+  EXPECT_EQ(runs, 5);
+  EXPECT_EQ(loop.RealtimeLateness().ticks, 5u);
+  EXPECT_EQ(loop.Now(), 5000);
+}
+
+TEST(MainLoopTest, HostFunctionsReachTheCurrentHost) {
+  kiv::Host host;
+  int runs = 0;
+  const int id = kiv::AddTimerWithName([&] { ++runs; }, 10000, 10000, "src/caligetpic_310");
+  EXPECT_EQ(host.Loop().TimerName(id), "src/caligetpic_310");
+  host.Loop().Advance(20000);
+  EXPECT_EQ(runs, 2);
+  kiv::DelTimer(id);
+  kiv::DelTimer(id);
+  EXPECT_EQ(host.Loop().TimerCount(), 0u);
+}
+
+}  // namespace

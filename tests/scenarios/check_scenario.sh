@@ -1,0 +1,28 @@
+#!/bin/sh
+# Runs one kivrun scenario and compares its event log and exit code with the
+# expected ones. With LASERCALI_UPDATE_EXPECTED=1 it rewrites the expected
+# log instead (review the change before committing it).
+#
+# usage: check_scenario.sh KIVRUN SCENARIO EXPECTED_LOG EXPECTED_EXIT
+set -u
+kivrun=$1 scenario=$2 expected=$3 expected_exit=$4
+actual=$(mktemp)
+trap 'rm -f "$actual"' EXIT
+
+"$kivrun" --log "$actual" "$scenario"
+code=$?
+
+if [ "${LASERCALI_UPDATE_EXPECTED:-0}" = 1 ]; then
+  cp "$actual" "$expected"
+  echo "rewrote $expected"
+fi
+status=0
+if [ "$code" != "$expected_exit" ]; then
+  echo "kivrun exited with $code, expected $expected_exit"
+  status=1
+fi
+if ! diff -u "$expected" "$actual"; then
+  echo "the event log differs from $expected (- expected, + actual)"
+  status=1
+fi
+exit $status

@@ -1,0 +1,451 @@
+#include "tools/kivrun/runner.h"
+
+#include <iostream>
+#include <memory>
+#include <set>
+
+#include "framework/kiv.h"
+#include "msgs/calimsgs.h"
+#include "platform/kiv/describe.h"
+#include "platform/kiv/host.h"
+#include "platform/kiv/plugin.h"
+#include "platform/sunxi_cam/camera_sim.h"
+#include "platform/sunxi_cam/sunxi_cam.h"
+#include "tools/kivrun/file_watch.h"
+#include "tools/kivrun/records.h"
+
+namespace kivrun {
+namespace {
+
+std::string BaseName(const std::string& path) {
+  const auto slash = path.rfind('/');
+  return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+std::string RecordName(const std::type_info& type) {
+  if (type == typeid(KivJsonMsg)) return "KivJsonMsg";
+  const RecordSpec* spec = FindRecord(type);
+  return spec ? spec->name : std::string("unknown");
+}
+
+class Run : public kiv::HostObserver, public sunxi_cam::sim::Observer {
+ public:
+  Run(const Scenario& scenario, const Options& options, std::ostream& log_stream,
+      std::ostream& errors)
+      : scenario_(scenario), options_(options), log_(log_stream), errors_(errors) {}
+
+  int Play();
+
+  // HostObserver
+  void OnAdvertise(const std::string& node, const std::string& topic,
+                   const std::type_info& type) override;
+  void OnSubscribe(const std::string& node, const std::string& topic, const std::type_info& type,
+                   int depth) override;
+  void OnTimerAdded(int id, const std::string& name, long delay, long period) override;
+  void OnTimerDeleted(int id, bool was_running) override;
+  void OnVersion(const std::string& node, const std::string& commit_tag,
+                 const std::string& framework_tag) override;
+
+  // sunxi_cam::sim::Observer
+  void OnOpenCamera(int camera, uint32_t pixel_format, int fps, int width, int height, bool ok,
+                    const std::string& reason) override;
+  void OnCloseCamera(bool ok, const std::string& reason) override;
+  void OnGetImageFrame(bool ok, int64_t index, uint64_t laser, int64_t buffer,
+                       const std::string& reason) override;
+  void OnReturnImageFrame(bool ok, int64_t index, const std::string& reason) override;
+  void OnSetExposureGain(int exposure, int gain, bool ok, const std::string& reason) override;
+  void OnBufferLeak(int64_t index, int64_t buffer) override;
+
+ private:
+  void CameraCall(const char* call, Fields& f, bool ok, const std::string& reason);
+  void WatchPictures();
+  void Console(const char* stream, const std::string& line);
+  void Exception(const std::string& where, std::exception_ptr error);
+  // Runs one step; false when the run cannot go on.
+  bool PlayStep(const Step& step);
+  void Send(const Step& step);
+  void Json(const Step& step);
+  void Teardown();
+  std::string Tag(const Step& step) const { return "kivrun/step_" + std::to_string(step.number); }
+
+  const Scenario& scenario_;
+  const Options& options_;
+  EventLog log_;
+  std::ostream& errors_;
+  kiv::Host host_;
+  std::set<std::string> watched_;
+  FileWatch files_;
+  bool log_frames_ = false;
+  std::map<std::string, const std::type_info*> subscribed_;  // topic -> record type the node takes
+  // Destroyed in reverse: the node, then the builders, then the plug-in they live in.
+  std::unique_ptr<kiv::NodeLibrary> library_;
+  kiv::NodeRegistry registry_;
+  std::unique_ptr<kiv::KivNode> node_;
+};
+
+void Run::Console(const char* stream, const std::string& line) {
+  Fields f;
+  f.Str("stream", stream).Str("text", line);
+  log_.Write("console", f.value());
+  if (options_.echo) *options_.echo << line << '\n';
+}
+
+void Run::Exception(const std::string& where, std::exception_ptr error) {
+  const kiv::ExceptionInfo info = kiv::DescribeException(error);
+  Fields f;
+  f.Str("in", where).Str("type", info.type).Str("what", info.what);
+  log_.Write("exception", f.value());
+}
+
+void Run::OnAdvertise(const std::string& node, const std::string& topic,
+                      const std::type_info& type) {
+  Fields f;
+  f.Str("node", node).Str("topic", topic).Str("record", RecordName(type));
+  log_.Write("advertise", f.value());
+  const RecordSpec* spec = FindRecord(type);
+  if (spec == nullptr || !watched_.insert(topic).second) return;
+  spec->watch(host_, "kivrun", topic, [this, spec, topic](const void* record) {
+    const auto& stack = kiv::KivProcTimeRec::m_pInstance->m_publishInfo;
+    Fields p;
+    p.Str("topic", topic).Str("tag", stack.empty() ? std::string() : stack.back()).Str("record", spec->name);
+    rapidjson::Value fields(rapidjson::kObjectType);
+    DecodeFields(*spec, record, fields, p.allocator());
+    p.value().AddMember("fields", fields, p.allocator());
+    log_.Write("publish", p.value());
+  });
+}
+
+void Run::OnSubscribe(const std::string& node, const std::string& topic,
+                      const std::type_info& type, int depth) {
+  subscribed_[topic] = &type;
+  Fields f;
+  f.Str("node", node).Str("topic", topic).Str("record", RecordName(type)).Int("depth", depth);
+  log_.Write("subscribe", f.value());
+}
+
+void Run::OnTimerAdded(int id, const std::string& name, long delay, long period) {
+  Fields f;
+  f.Int("id", id).Str("name", name).Int("delay_us", delay).Int("period_us", period);
+  log_.Write("timer_add", f.value());
+}
+
+void Run::OnTimerDeleted(int id, bool was_running) {
+  Fields f;
+  f.Int("id", id).Bool("running", was_running);
+  log_.Write("timer_del", f.value());
+}
+
+void Run::OnVersion(const std::string& node, const std::string& commit_tag,
+                    const std::string& framework_tag) {
+  Fields f;
+  f.Str("node", node).Str("commit", commit_tag).Str("framework", framework_tag);
+  log_.Write("version", f.value());
+}
+
+void Run::CameraCall(const char* call, Fields& f, bool ok, const std::string& reason) {
+  Fields e;
+  e.Str("call", call);
+  for (auto& member : f.value().GetObject()) {
+    e.value().AddMember(rapidjson::Value(member.name, e.allocator()),
+                        rapidjson::Value(member.value, e.allocator()), e.allocator());
+  }
+  e.Bool("ok", ok);
+  if (!ok) e.Str("reason", reason);
+  log_.Write("camera", e.value());
+}
+
+void Run::OnOpenCamera(int camera, uint32_t pixel_format, int fps, int width, int height, bool ok,
+                       const std::string& reason) {
+  std::string format;
+  for (int i = 0; i < 4; ++i) format.push_back(static_cast<char>((pixel_format >> (8 * i)) & 0xFF));
+  Fields f;
+  f.Int("camera", camera).Str("format", format).Int("fps", fps).Int("width", width).Int("height", height);
+  CameraCall("OpenCamera", f, ok, reason);
+}
+
+void Run::OnCloseCamera(bool ok, const std::string& reason) {
+  Fields f;
+  CameraCall("CloseCamera", f, ok, reason);
+}
+
+void Run::OnGetImageFrame(bool ok, int64_t index, uint64_t laser, int64_t buffer,
+                          const std::string& reason) {
+  if (!log_frames_) return;
+  Fields f;
+  if (ok) f.Int("index", index).Int("laser", static_cast<int64_t>(laser)).Int("buffer", buffer);
+  CameraCall("GetImageFrame", f, ok, reason);
+}
+
+void Run::OnReturnImageFrame(bool ok, int64_t index, const std::string& reason) {
+  Fields f;
+  f.Int("index", index);
+  CameraCall("ReturnImageFrame", f, ok, reason);
+}
+
+void Run::OnSetExposureGain(int exposure, int gain, bool ok, const std::string& reason) {
+  Fields f;
+  f.Int("exposure", exposure).Int("gain", gain);
+  CameraCall("setExposureGain", f, ok, reason);
+}
+
+void Run::OnBufferLeak(int64_t index, int64_t buffer) {
+  Fields f;
+  f.Int("index", index).Int("buffer", buffer);
+  log_.Write("buffer_leak", f.value());
+}
+
+// The picture folders exist once the node is built; /tmp itself only for
+// the stripe pictures.
+void Run::WatchPictures() {
+  for (const char* folder : {"/tmp/left", "/tmp/right", "/tmp/pic"}) files_.Add(folder);
+  files_.Add("/tmp", {"LL.bmp", "RR.bmp"});
+  log_.SetBeforeWrite([this] {
+    files_.Poll([this](const WrittenFile& file) {
+      Fields f;
+      f.Str("path", file.path).Int("size", file.size).Str("fnv1a64", file.hash);
+      log_.Write("file", f.value());
+    });
+  });
+}
+
+int Run::Play() {
+  log_.SetClock([this] { return host_.Loop().Now(); });
+  host_.SetObserver(this);
+  host_.Loop().SetExceptionHandler([this](const std::string& timer, std::exception_ptr error) {
+    Exception("timer " + timer, error);
+  });
+  kiv::KivProcTimeRec& recorder = *kiv::KivProcTimeRec::m_pInstance;
+  recorder.m_bEnable = true;
+  recorder.m_pOutput = options_.trace_times;
+  sunxi_cam::sim::Reset();
+  sunxi_cam::sim::SetObserver(this);
+
+  int code = kOk;
+  {
+    ConsoleTap out(std::cout, [this](const std::string& line) { Console("stdout", line); });
+    ConsoleTap err(std::cerr, [this](const std::string& line) { Console("stderr", line); });
+    try {
+      library_ = kiv::NodeLibrary::Load(options_.plugin, registry_);
+      Fields f;
+      f.Str("plugin", BaseName(options_.plugin));
+      rapidjson::Value ids(rapidjson::kArrayType);
+      for (const auto& entry : registry_) {
+        ids.PushBack(rapidjson::Value(entry.first.c_str(), f.allocator()), f.allocator());
+      }
+      f.value().AddMember("ids", ids, f.allocator());
+      log_.Write("load", f.value());
+
+      const rapidjson::Value empty(rapidjson::kObjectType);
+      const rapidjson::Value& config = scenario_.config ? *scenario_.config : empty;
+      Fields b;
+      b.Str("node", scenario_.node_id).Json("config", config);
+      log_.Write("build", b.value());
+      try {
+        node_ = kiv::BuildNode(registry_, scenario_.node_id, config);
+      } catch (const kiv::LoadError&) {
+        throw;
+      } catch (...) {
+        Exception("builder", std::current_exception());
+        errors_ << "kivrun: the node " << scenario_.node_id << " could not be built: "
+                << kiv::DescribeException(std::current_exception()).what << "\n";
+        code = kNodeError;
+      }
+      if (node_) {
+        Fields built;
+        built.Str("node", scenario_.node_id).Str("name", node_->NodeName());
+        log_.Write("built", built.value());
+        WatchPictures();
+        for (const Step& step : scenario_.steps) {
+          if (!PlayStep(step)) {
+            code = kScenarioError;
+            break;
+          }
+        }
+        Teardown();
+      }
+    } catch (const kiv::LoadError& e) {
+      Fields f;
+      f.Str("what", e.what());
+      log_.Write("error", f.value());
+      errors_ << "kivrun: " << e.what() << "\n";
+      code = kNodeError;
+    }
+    out.FlushPartial();
+    err.FlushPartial();
+    // Builders live in the plug-in: drop them before the plug-in goes.
+    registry_.clear();
+    library_.reset();
+  }
+  recorder.m_pOutput = nullptr;
+  host_.SetObserver(nullptr);
+  sunxi_cam::sim::SetObserver(nullptr);
+  log_.SetBeforeWrite(nullptr);
+  Fields end;
+  end.Int("exit", code);
+  log_.Write("end", end.value());
+  log_.Flush();
+  return code;
+}
+
+bool Run::PlayStep(const Step& step) {
+  switch (step.kind) {
+    case Step::Kind::kSend:
+      if (!node_) break;
+      try {
+        Send(step);
+      } catch (const ScenarioError& e) {
+        Fields f;
+        f.Int("step", step.number).Str("what", e.what());
+        log_.Write("error", f.value());
+        errors_ << "kivrun: " << e.what() << "\n";
+        return false;
+      }
+      break;
+    case Step::Kind::kJson:
+      if (node_) Json(step);
+      break;
+    case Step::Kind::kAdvance: {
+      Fields f;
+      f.Int("step", step.number).Int("us", step.amount);
+      log_.Write("advance", f.value());
+      host_.Loop().Advance(step.amount);
+      break;
+    }
+    case Step::Kind::kTicks: {
+      Fields f;
+      f.Int("step", step.number).Int("ticks", step.amount);
+      log_.Write("ticks", f.value());
+      host_.Loop().RunTicks(static_cast<int>(step.amount));
+      break;
+    }
+    case Step::Kind::kTrace: {
+      kiv::KivProcTimeRec::m_pInstance->m_bEnable = step.flag;
+      Fields f;
+      f.Int("step", step.number).Bool("on", step.flag);
+      log_.Write("trace", f.value());
+      break;
+    }
+    case Step::Kind::kTeardown:
+      Teardown();
+      break;
+    case Step::Kind::kCamera: {
+      try {
+        sunxi_cam::sim::Configure(*step.value);
+      } catch (const std::invalid_argument& e) {
+        const std::string message =
+            scenario_.path + ": step " + std::to_string(step.number) + ": " + e.what();
+        Fields f;
+        f.Int("step", step.number).Str("what", message);
+        log_.Write("error", f.value());
+        errors_ << "kivrun: " << message << "\n";
+        return false;
+      }
+      Fields f;
+      f.Int("step", step.number).Json("settings", *step.value);
+      log_.Write("camera_settings", f.value());
+      break;
+    }
+    case Step::Kind::kLogFrames: {
+      log_frames_ = step.flag;
+      Fields f;
+      f.Int("step", step.number).Bool("on", step.flag);
+      log_.Write("log_frames", f.value());
+      break;
+    }
+    case Step::Kind::kNote: {
+      Fields f;
+      f.Int("step", step.number).Str("text", step.text);
+      log_.Write("note", f.value());
+      break;
+    }
+  }
+  return true;
+}
+
+void Run::Send(const Step& step) {
+  if (subscribed_.count(step.topic) == 0 && step.record.empty()) {
+    throw ScenarioError(scenario_.path + ": step " + std::to_string(step.number) +
+                        ": the node does not subscribe to \"" + step.topic +
+                        "\"; name the record type with \"record\" to send anyway");
+  }
+  const RecordSpec* spec = step.record.empty() ? FindRecord(*subscribed_.at(step.topic))
+                                               : FindRecord(step.record);
+  if (spec == nullptr) {
+    throw ScenarioError(scenario_.path + ": step " + std::to_string(step.number) +
+                        ": unknown record type \"" + step.record + "\" (known: " +
+                        KnownRecordNames() + ")");
+  }
+  std::shared_ptr<void> record = spec->make();
+  try {
+    EncodeFields(*spec, *step.value, record.get());
+  } catch (const std::invalid_argument& e) {
+    throw ScenarioError(scenario_.path + ": step " + std::to_string(step.number) + ": " + e.what());
+  }
+  Fields f;
+  f.Int("step", step.number).Str("topic", step.topic).Str("record", spec->name);
+  rapidjson::Value fields(rapidjson::kObjectType);
+  DecodeFields(*spec, record.get(), fields, f.allocator());
+  f.value().AddMember("fields", fields, f.allocator());
+  log_.Write("send", f.value());
+  try {
+    spec->publish(host_.FindTopic(step.topic), step.topic, record.get(), Tag(step));
+  } catch (...) {
+    Exception("delivery of step " + std::to_string(step.number), std::current_exception());
+  }
+}
+
+void Run::Json(const Step& step) {
+  const std::string topic = node_->NodeName();
+  Fields f;
+  f.Int("step", step.number).Str("topic", topic);
+  if (step.value) {
+    f.Json("command", *step.value);
+  } else {
+    f.value().AddMember("command", rapidjson::Value(), f.allocator());
+  }
+  log_.Write("json", f.value());
+
+  kiv::Publisher<KivJsonMsg> publisher(host_.FindTopic(topic), topic);
+  KivJsonMsg message;
+  if (step.value) message.command.CopyFrom(*step.value, message.command.GetAllocator());
+  try {
+    publisher.publishWithLine(step.value ? &message : nullptr, Tag(step));
+  } catch (...) {
+    Exception("delivery of step " + std::to_string(step.number), std::current_exception());
+  }
+  if (!step.value) return;
+  Fields reply;
+  reply.Int("step", step.number);
+  rapidjson::Value members(rapidjson::kArrayType);
+  for (const auto& member : message.reply.GetObject()) {
+    rapidjson::Value pair(rapidjson::kArrayType);
+    pair.PushBack(rapidjson::Value(member.name, reply.allocator()), reply.allocator());
+    pair.PushBack(rapidjson::Value(member.value, reply.allocator()), reply.allocator());
+    members.PushBack(pair, reply.allocator());
+  }
+  reply.value().AddMember("members", members, reply.allocator());
+  log_.Write("json_reply", reply.value());
+}
+
+void Run::Teardown() {
+  if (!node_) return;
+  Fields f;
+  f.Str("name", node_->NodeName());
+  node_.reset();
+  log_.Write("teardown", f.value());
+}
+
+}  // namespace
+
+int RunScenario(const Scenario& scenario, const Options& options, std::ostream& log_stream,
+                std::ostream& errors) {
+  try {
+    Run run(scenario, options, log_stream, errors);
+    return run.Play();
+  } catch (const ScenarioError& e) {
+    errors << "kivrun: " << e.what() << "\n";
+    return kScenarioError;
+  }
+}
+
+}  // namespace kivrun

@@ -1,0 +1,38 @@
+// Runs one scenario against a node plug-in inside a host framework and
+// writes the event log.
+//
+// The runner loads the plug-in, builds the node from the scenario's
+// configuration, watches every topic the node advertises, plays the steps
+// in order and tears the node down. Console lines of the node, its
+// publications (with trace tag and every field), the inputs the scenario
+// sends, JSON replies, timers added and deleted, version tags and every
+// exception that left a handler, a timer callback or the builder are
+// written to the log in the order they happened.
+#ifndef LASERCALI_TOOLS_KIVRUN_RUNNER_H_
+#define LASERCALI_TOOLS_KIVRUN_RUNNER_H_
+
+#include <iosfwd>
+#include <string>
+
+#include "tools/kivrun/event_log.h"
+#include "tools/kivrun/scenario.h"
+
+namespace kivrun {
+
+struct Options {
+  std::string plugin;                  // path of the node plug-in
+  std::ostream* echo = nullptr;        // where to copy the node's console lines, or null
+  std::ostream* trace_times = nullptr;  // where the framework writes delivery times, or null
+};
+
+// Exit codes of kivrun.
+enum ExitCode { kOk = 0, kScenarioError = 1, kUsageError = 2, kNodeError = 3 };
+
+// Plays `scenario`; returns an ExitCode. Errors are described on `errors`
+// (one line each) and, where they happen inside the run, in the log.
+int RunScenario(const Scenario& scenario, const Options& options, std::ostream& log_stream,
+                std::ostream& errors);
+
+}  // namespace kivrun
+
+#endif  // LASERCALI_TOOLS_KIVRUN_RUNNER_H_
