@@ -689,11 +689,12 @@ TEST_F(CaptureTest, AppCaptureAtTwentyKeepsTheWholePictures) {
   EXPECT_EQ(PictureFile("/tmp/pic/L.bmp"), Frame(1));
   EXPECT_EQ(PictureFile("/tmp/pic/R.bmp"), Frame(8));
   EXPECT_EQ(camera_log_.Starting("setExposureGain")[0], "setExposureGain 1900 4 ok");
+  // The stripe cut logs its own lines between the two store lines.
   const std::vector<std::string> lines = Lines();
-  auto at = std::find(lines.begin(), lines.end(), "xxx store_l1 20");
-  ASSERT_NE(at, lines.end());
-  ASSERT_LT(at + 1, lines.end());
-  EXPECT_EQ(*(at + 1), "xxx store_l 20");
+  auto first = std::find(lines.begin(), lines.end(), "xxx store_l1 20");
+  auto stored = std::find(lines.begin(), lines.end(), "xxx store_l 20");
+  EXPECT_LT(first, stored);
+  EXPECT_NE(stored, lines.end());
   EXPECT_EQ(Count("xxx store_r1 20"), 1);
   EXPECT_EQ(Count("xxx store_r 20"), 1);
   EXPECT_TRUE(capture_.setparam(20));
