@@ -717,4 +717,109 @@ TEST_F(CaptureTest, AppCaptureElsewhereKeepsNoWholePicture) {
   }
 }
 
+// --- App pictures and the stripe cut ---------------------------------------------------------
+
+// Runs an app capture at `distance` in the scene as configured, until the set is complete.
+void AppCapture(KivNode_caligetpic& capture, kiv::MainLoop& loop, unsigned short distance) {
+  APP_USE = 1;
+  ASSERT_TRUE(capture.Camera_Open());
+  EXPECT_FALSE(capture.setparam(distance));
+  loop.Advance((kFirstStoredFrame + 2) * kTickUs);
+  EXPECT_EQ(save_pic_success, 3);
+  EXPECT_TRUE(capture.setparam(distance));
+}
+
+class AppDistanceTest : public CaptureTest, public ::testing::WithParamInterface<int> {};
+
+TEST_P(AppDistanceTest, ACleanStripeIsCutAndStored) {
+  const int distance = GetParam();
+  const std::string left = "/tmp/left/" + std::to_string(distance * 100) + ".bmp";
+  const std::string right = "/tmp/right/" + std::to_string(distance * 100) + ".bmp";
+  Remove({left, right, "/tmp/LL.bmp", "/tmp/RR.bmp"});
+  AppCapture(capture_, Loop(), static_cast<unsigned short>(distance));
+  EXPECT_EQ(APPcalires_dis, distance);  // the cut succeeded both times
+  EXPECT_EQ(PictureFile("/tmp/LL.bmp"), Frame(1));
+  EXPECT_EQ(PictureFile("/tmp/RR.bmp"), Frame(8));
+  // The cut pictures keep the wall part of the frame, from row 30 down to
+  // 30 rows above the cut line, without the outer columns.
+  for (const auto& [path, laser] : {std::pair{left, 1}, std::pair{right, 8}}) {
+    SCOPED_TRACE(path);
+    const std::vector<uint8_t> cut = PictureFile(path);
+    ASSERT_EQ(cut.size(), 640u * 480u);
+    const std::vector<uint8_t> frame = Frame(laser);
+    auto row_of = [](const std::vector<uint8_t>& image, int row) {
+      return std::vector<uint8_t>(image.begin() + row * 640, image.begin() + row * 640 + 640);
+    };
+    // Rows 30 up to the last kept one are the frame's, columns 1 to 638;
+    // everything else is black.
+    int last = 29;
+    while (last + 1 < 480 && row_of(cut, last + 1) != std::vector<uint8_t>(640, 0)) ++last;
+    EXPECT_GT(last - 29, 80);
+    for (int row = 0; row < 480; ++row) {
+      std::vector<uint8_t> expected(640, 0);
+      if (row >= 30 && row <= last) {
+        std::copy(frame.begin() + row * 640 + 1, frame.begin() + row * 640 + 639,
+                  expected.begin() + 1);
+      }
+      EXPECT_EQ(row_of(cut, row), expected) << row;
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(AppDistances, AppDistanceTest, ::testing::Values(10, 20, 30));
+
+TEST_F(CaptureTest, TwoStripesInARowReport257) {
+  sim::Scene scene = sim::GetScene();
+  scene.second_stripe = 40;
+  sim::SetScene(scene);
+  Remove({"/tmp/left/2000.bmp", "/tmp/right/2000.bmp"});
+  AppCapture(capture_, Loop(), 20);
+  EXPECT_EQ(APPcalires_dis, 257);
+  EXPECT_EQ(Count("xxx peak_num >= 2"), 2);
+  EXPECT_FALSE(fs::exists("/tmp/left/2000.bmp"));
+  EXPECT_FALSE(fs::exists("/tmp/right/2000.bmp"));
+  EXPECT_EQ(PictureFile("/tmp/pic/L.bmp"), Frame(1));  // the whole picture is kept all the same
+}
+
+TEST_F(CaptureTest, AShortStripeReports258) {
+  sim::Scene scene = sim::GetScene();
+  scene.gap_from = 0;
+  scene.gap_to = 440;
+  sim::SetScene(scene);
+  Remove({"/tmp/left/3000.bmp", "/tmp/right/3000.bmp"});
+  AppCapture(capture_, Loop(), 30);
+  EXPECT_EQ(APPcalires_dis, 258);
+  EXPECT_EQ(Count("xxx qualified point num1 : 39"), 2);
+  EXPECT_FALSE(fs::exists("/tmp/left/3000.bmp"));
+}
+
+TEST_F(CaptureTest, AStripeWithoutABendReports258) {
+  sim::Scene scene = sim::GetScene();
+  scene.wall = false;
+  sim::SetScene(scene);
+  Remove({"/tmp/left/1000.bmp", "/tmp/right/1000.bmp"});
+  AppCapture(capture_, Loop(), 10);
+  EXPECT_EQ(APPcalires_dis, 258);
+  EXPECT_FALSE(fs::exists("/tmp/left/1000.bmp"));
+  EXPECT_FALSE(fs::exists("/tmp/right/1000.bmp"));
+}
+
+TEST_F(CaptureTest, ALaterCleanPictureDoesNotClearTheOutcome) {
+  // Left frames show two stripes, right frames are clean: the right laser's
+  // success leaves the left laser's 257 in place.
+  sim::Scene scene = sim::GetScene();
+  scene.second_stripe = 40;
+  sim::SetScene(scene);
+  const std::string clean = "/tmp/caligetpic_test_clean.png";
+  sim::Reset();
+  cv::imwrite(clean, cv::Mat(480, 640, CV_8UC1, const_cast<uint8_t*>(sim::Luminance(8))).clone());
+  sim::SetScene(scene);
+  sim::SetObserver(&camera_log_);
+  sim::UseImageFile(sim::ImageSlot::kRight, clean);
+  AppCapture(capture_, Loop(), 20);
+  EXPECT_EQ(APPcalires_dis, 257);
+  EXPECT_TRUE(fs::exists("/tmp/right/2000.bmp"));
+  fs::remove(clean);
+}
+
 }  // namespace
