@@ -246,7 +246,7 @@ INSTANTIATE_TEST_SUITE_P(
                       Choice{1, 21, 1900, 32}, Choice{1, 40, 1900, 32}, Choice{1, 255, 8000, 32},
                       Choice{1, 13107, 600, 4}, Choice{2, 20, 1900, 4}));
 
-TEST_F(CaptureTest, TheSpecialCodesWinOverTheDistanceBands) {
+TEST_F(CaptureTest, TheCalibrationCodesWinOverTheDistanceBands) {
   dis_chessboard = 5;
   dis_DistanceCheck = 30;
   distance_curr = 5;
