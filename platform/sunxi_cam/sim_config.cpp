@@ -1,0 +1,213 @@
+// The camera simulator's JSON configuration (docs/camera-sim.md).
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <map>
+#include <stdexcept>
+#include <string>
+
+#include "platform/sunxi_cam/camera_sim.h"
+#include "platform/sunxi_cam/scene.h"
+#include "platform/sunxi_cam/sim_state.h"
+
+namespace sunxi_cam::sim {
+namespace {
+
+[[noreturn]] void Fail(const std::string& member, const std::string& what) {
+  throw std::invalid_argument("camera sim: " + member + " " + what);
+}
+
+using Handler = std::function<void(const rapidjson::Value&, const std::string&)>;
+
+// Calls the handler of each member of `object`; a member without one is an error.
+void ForEachMember(const rapidjson::Value& object, const std::string& path,
+                   const std::map<std::string, Handler>& handlers) {
+  if (!object.IsObject()) Fail(path.empty() ? "settings" : path, "must be an object");
+  for (auto it = object.MemberBegin(); it != object.MemberEnd(); ++it) {
+    const std::string name(it->name.GetString(), it->name.GetStringLength());
+    const std::string member = path.empty() ? name : path + "." + name;
+    auto handler = handlers.find(name);
+    if (handler == handlers.end()) Fail(member, "is not a camera setting");
+    handler->second(it->value, member);
+  }
+}
+
+double Number(const rapidjson::Value& v, const std::string& member) {
+  if (!v.IsNumber()) Fail(member, "must be a number");
+  return v.GetDouble();
+}
+
+int Integer(const rapidjson::Value& v, const std::string& member) {
+  if (!v.IsInt()) Fail(member, "must be an integer");
+  return v.GetInt();
+}
+
+bool Bool(const rapidjson::Value& v, const std::string& member) {
+  if (!v.IsBool()) Fail(member, "must be true or false");
+  return v.GetBool();
+}
+
+Handler NumberInto(double* out) {
+  return [out](const rapidjson::Value& v, const std::string& m) { *out = Number(v, m); };
+}
+Handler IntegerInto(int* out) {
+  return [out](const rapidjson::Value& v, const std::string& m) { *out = Integer(v, m); };
+}
+Handler BoolInto(bool* out) {
+  return [out](const rapidjson::Value& v, const std::string& m) { *out = Bool(v, m); };
+}
+
+Handler LaserInto(LaserModel* laser) {
+  return [laser](const rapidjson::Value& v, const std::string& path) {
+    ForEachMember(v, path,
+                  {{"x", NumberInto(&laser->x)},
+                   {"y", NumberInto(&laser->y)},
+                   {"z", NumberInto(&laser->z)},
+                   {"yaw", NumberInto(&laser->yaw)},
+                   {"roll", NumberInto(&laser->roll)},
+                   {"on", BoolInto(&laser->on)}});
+  };
+}
+
+void ReadScene(const rapidjson::Value& v, const std::string& path, Scene* scene) {
+  CameraModel& c = scene->camera;
+  StripeLook& s = scene->stripe;
+  Background& b = scene->background;
+  ForEachMember(v, path,
+                {{"camera",
+                  [&c](const rapidjson::Value& o, const std::string& p) {
+                    ForEachMember(o, p,
+                                  {{"fx", NumberInto(&c.fx)},
+                                   {"fy", NumberInto(&c.fy)},
+                                   {"cx", NumberInto(&c.cx)},
+                                   {"cy", NumberInto(&c.cy)},
+                                   {"height", NumberInto(&c.height)},
+                                   {"pitch", NumberInto(&c.pitch)}});
+                  }},
+                 {"left_laser", LaserInto(&scene->left)},
+                 {"right_laser", LaserInto(&scene->right)},
+                 {"stripe",
+                  [&s](const rapidjson::Value& o, const std::string& p) {
+                    ForEachMember(o, p,
+                                  {{"peak", NumberInto(&s.peak)},
+                                   {"core", NumberInto(&s.core)},
+                                   {"edge", NumberInto(&s.edge)}});
+                  }},
+                 {"background",
+                  [&b](const rapidjson::Value& o, const std::string& p) {
+                    ForEachMember(o, p,
+                                  {{"level", NumberInto(&b.level)},
+                                   {"noise", NumberInto(&b.noise)},
+                                   {"ambient", NumberInto(&b.ambient)},
+                                   {"seed", [&b](const rapidjson::Value& x, const std::string& m) {
+                                      if (!x.IsUint64()) Fail(m, "must be an integer of 0 or more");
+                                      b.seed = x.GetUint64();
+                                    }}});
+                  }},
+                 {"wall", BoolInto(&scene->wall)},
+                 {"wall_height", NumberInto(&scene->wall_height)},
+                 {"second_stripe", IntegerInto(&scene->second_stripe)},
+                 {"gap_rows",
+                  [scene](const rapidjson::Value& x, const std::string& m) {
+                    if (x.IsNull()) {
+                      scene->gap_from = scene->gap_to = -1;
+                      return;
+                    }
+                    if (!x.IsArray() || x.Size() != 2 || !x[0].IsInt() || !x[1].IsInt()) {
+                      Fail(m, "must be [from, to] (two integers) or null");
+                    }
+                    scene->gap_from = x[0].GetInt();
+                    scene->gap_to = x[1].GetInt();
+                  }},
+                 {"exposure_scaling", BoolInto(&scene->exposure_scaling)},
+                 {"reference_exposure", IntegerInto(&scene->reference_exposure)},
+                 {"reference_gain", IntegerInto(&scene->reference_gain)}});
+}
+
+Fault ReadFault(const rapidjson::Value& v, const std::string& member) {
+  if (v.IsString()) {
+    const std::string kind = v.GetString();
+    if (kind == "never") return Fault::Never();
+    if (kind == "always") return Fault::Always();
+  } else if (v.IsObject() && v.MemberCount() == 1) {
+    const auto& m = *v.MemberBegin();
+    const std::string kind = m.name.GetString();
+    if ((kind == "next" || kind == "at") && m.value.IsInt() && m.value.GetInt() >= 1) {
+      return kind == "next" ? Fault::NextCalls(m.value.GetInt()) : Fault::AtCall(m.value.GetInt());
+    }
+  }
+  Fail(member, R"(must be "never", "always", {"next": N} or {"at": K} with N, K >= 1)");
+}
+
+}  // namespace
+
+void Configure(const rapidjson::Value& json) {
+  if (!json.IsObject()) Fail("settings", "must be an object");
+  // "reset" comes first, wherever it stands.
+  Settings settings = CurrentSettings();
+  std::array<std::optional<Fault>, 5> faults;
+  auto reset = json.FindMember("reset");
+  if (reset != json.MemberEnd() && Bool(reset->value, "reset")) {
+    settings = Settings();
+    for (auto& f : faults) f = Fault::Never();
+  }
+
+  ForEachMember(json, "",
+                {{"reset", [](const rapidjson::Value&, const std::string&) {}},
+                 {"distance", NumberInto(&settings.scene.distance)},
+                 {"laser_pattern",
+                  [&settings](const rapidjson::Value& v, const std::string& m) {
+                    if (!v.IsArray() || v.Empty()) Fail(m, "must be a non-empty array");
+                    std::vector<uint64_t> pattern;
+                    for (rapidjson::SizeType i = 0; i < v.Size(); ++i) {
+                      if (!v[i].IsUint64()) {
+                        Fail(m + "[" + std::to_string(i) + "]", "must be an integer of 0 or more");
+                      }
+                      pattern.push_back(v[i].GetUint64());
+                    }
+                    settings.laser_pattern = pattern;
+                  }},
+                 {"buffers",
+                  [&settings](const rapidjson::Value& v, const std::string& m) {
+                    const int n = Integer(v, m);
+                    if (n < 1 || n > 64) Fail(m, "must be between 1 and 64");
+                    settings.buffers = n;
+                  }},
+                 {"scene", [&settings](const rapidjson::Value& v,
+                                       const std::string& m) { ReadScene(v, m, &settings.scene); }},
+                 {"images",
+                  [&settings](const rapidjson::Value& v, const std::string& path) {
+                    auto slot = [&settings](std::size_t i) {
+                      return [&settings, i](const rapidjson::Value& x, const std::string& m) {
+                        if (!x.IsNull() && !x.IsString()) Fail(m, "must be a file name or null");
+                        settings.images[i] = LoadImageFile(x.IsNull() ? "" : x.GetString(), m);
+                      };
+                    };
+                    ForEachMember(
+                        v, path,
+                        {{"left", slot(0)},
+                         {"right", slot(1)},
+                         {"other", slot(2)},
+                         {"all", [&settings](const rapidjson::Value& x, const std::string& m) {
+                            if (!x.IsNull() && !x.IsString())
+                              Fail(m, "must be a file name or null");
+                            const cv::Mat image = LoadImageFile(x.IsNull() ? "" : x.GetString(), m);
+                            settings.images = {image, image, image};
+                          }}});
+                  }},
+                 {"faults", [&faults](const rapidjson::Value& v, const std::string& path) {
+                    std::map<std::string, Handler> handlers;
+                    for (int op = 0; op < 5; ++op) {
+                      handlers[OperationName(static_cast<Operation>(op))] =
+                          [&faults, op](const rapidjson::Value& x, const std::string& m) {
+                            faults[static_cast<std::size_t>(op)] = ReadFault(x, m);
+                          };
+                    }
+                    ForEachMember(v, path, handlers);
+                  }}});
+
+  ValidateScene(settings.scene);
+  ApplySettings(std::move(settings), faults);
+}
+
+}  // namespace sunxi_cam::sim

@@ -1,0 +1,34 @@
+// The camera simulator's settings, shared by its control functions and its
+// JSON configuration. Internal to the simulator.
+#ifndef LASERCALI_PLATFORM_SUNXI_CAM_SIM_STATE_H_
+#define LASERCALI_PLATFORM_SUNXI_CAM_SIM_STATE_H_
+
+#include <array>
+#include <cstdint>
+#include <opencv2/core.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/sunxi_cam/camera_sim.h"
+
+namespace sunxi_cam::sim {
+
+// Everything Reset() puts back and Configure() may change, faults aside.
+struct Settings {
+  Scene scene;
+  std::vector<uint64_t> laser_pattern{1, 8};
+  std::array<cv::Mat, 3> images;  // by ImageSlot; empty: the scene
+  int buffers = 4;
+};
+
+const Settings& CurrentSettings();
+// Replaces the settings and sets the faults given (others stay as they are).
+void ApplySettings(Settings settings, const std::array<std::optional<Fault>, 5>& faults);
+// Reads a 640 x 480 8-bit grayscale image; an empty path gives an empty image.
+// Throws std::invalid_argument naming `member` and the file.
+cv::Mat LoadImageFile(const std::string& path, const std::string& member);
+
+}  // namespace sunxi_cam::sim
+
+#endif  // LASERCALI_PLATFORM_SUNXI_CAM_SIM_STATE_H_
