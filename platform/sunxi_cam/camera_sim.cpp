@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
@@ -182,6 +183,10 @@ const std::vector<uint64_t>& LaserPattern() { return TheCamera().settings.laser_
 cv::Mat LoadImageFile(const std::string& path, const std::string& member) {
   if (path.empty()) return cv::Mat();
   const std::string where = "camera sim: " + member + ": image file '" + path + "' ";
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(path, error)) {
+    throw std::invalid_argument(where + "does not exist or is not a file");
+  }
   cv::Mat image;
   try {
     image = cv::imread(path, cv::IMREAD_UNCHANGED);

@@ -6,6 +6,11 @@
 namespace kivrun {
 
 void EventLog::Write(const char* kind, const rapidjson::Value& fields) {
+  if (before_ && !in_hook_) {
+    in_hook_ = true;
+    before_();
+    in_hook_ = false;
+  }
   rapidjson::StringBuffer buffer;
   rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
   writer.StartObject();

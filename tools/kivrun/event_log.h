@@ -26,6 +26,8 @@ class EventLog {
 
   // The clock stamped into "t".
   void SetClock(std::function<int64_t()> now) { now_ = std::move(now); }
+  // Called before each event is written (not for events it writes itself).
+  void SetBeforeWrite(std::function<void()> hook) { before_ = std::move(hook); }
 
   // Writes one event: "t", "event": kind, then the members of `fields` (an
   // object) in order.
@@ -39,6 +41,8 @@ class EventLog {
  private:
   std::ostream& out_;
   std::function<int64_t()> now_;
+  std::function<void()> before_;
+  bool in_hook_ = false;
   uint64_t count_ = 0;
 };
 

@@ -9,6 +9,9 @@
 #include "platform/kiv/describe.h"
 #include "platform/kiv/host.h"
 #include "platform/kiv/plugin.h"
+#include "platform/sunxi_cam/camera_sim.h"
+#include "platform/sunxi_cam/sunxi_cam.h"
+#include "tools/kivrun/file_watch.h"
 #include "tools/kivrun/records.h"
 
 namespace kivrun {
@@ -25,7 +28,7 @@ std::string RecordName(const std::type_info& type) {
   return spec ? spec->name : std::string("unknown");
 }
 
-class Run : public kiv::HostObserver {
+class Run : public kiv::HostObserver, public sunxi_cam::sim::Observer {
  public:
   Run(const Scenario& scenario, const Options& options, std::ostream& log_stream,
       std::ostream& errors)
@@ -43,7 +46,19 @@ class Run : public kiv::HostObserver {
   void OnVersion(const std::string& node, const std::string& commit_tag,
                  const std::string& framework_tag) override;
 
+  // sunxi_cam::sim::Observer
+  void OnOpenCamera(int camera, uint32_t pixel_format, int fps, int width, int height, bool ok,
+                    const std::string& reason) override;
+  void OnCloseCamera(bool ok, const std::string& reason) override;
+  void OnGetImageFrame(bool ok, int64_t index, uint64_t laser, int64_t buffer,
+                       const std::string& reason) override;
+  void OnReturnImageFrame(bool ok, int64_t index, const std::string& reason) override;
+  void OnSetExposureGain(int exposure, int gain, bool ok, const std::string& reason) override;
+  void OnBufferLeak(int64_t index, int64_t buffer) override;
+
  private:
+  void CameraCall(const char* call, Fields& f, bool ok, const std::string& reason);
+  void WatchPictures();
   void Console(const char* stream, const std::string& line);
   void Exception(const std::string& where, std::exception_ptr error);
   // Runs one step; false when the run cannot go on.
@@ -59,6 +74,8 @@ class Run : public kiv::HostObserver {
   std::ostream& errors_;
   kiv::Host host_;
   std::set<std::string> watched_;
+  FileWatch files_;
+  bool log_frames_ = false;
   std::map<std::string, const std::type_info*> subscribed_;  // topic -> record type the node takes
   // Destroyed in reverse: the node, then the builders, then the plug-in they live in.
   std::unique_ptr<kiv::NodeLibrary> library_;
@@ -125,6 +142,72 @@ void Run::OnVersion(const std::string& node, const std::string& commit_tag,
   log_.Write("version", f.value());
 }
 
+void Run::CameraCall(const char* call, Fields& f, bool ok, const std::string& reason) {
+  Fields e;
+  e.Str("call", call);
+  for (auto& member : f.value().GetObject()) {
+    e.value().AddMember(rapidjson::Value(member.name, e.allocator()),
+                        rapidjson::Value(member.value, e.allocator()), e.allocator());
+  }
+  e.Bool("ok", ok);
+  if (!ok) e.Str("reason", reason);
+  log_.Write("camera", e.value());
+}
+
+void Run::OnOpenCamera(int camera, uint32_t pixel_format, int fps, int width, int height, bool ok,
+                       const std::string& reason) {
+  std::string format;
+  for (int i = 0; i < 4; ++i) format.push_back(static_cast<char>((pixel_format >> (8 * i)) & 0xFF));
+  Fields f;
+  f.Int("camera", camera).Str("format", format).Int("fps", fps).Int("width", width).Int("height", height);
+  CameraCall("OpenCamera", f, ok, reason);
+}
+
+void Run::OnCloseCamera(bool ok, const std::string& reason) {
+  Fields f;
+  CameraCall("CloseCamera", f, ok, reason);
+}
+
+void Run::OnGetImageFrame(bool ok, int64_t index, uint64_t laser, int64_t buffer,
+                          const std::string& reason) {
+  if (!log_frames_) return;
+  Fields f;
+  if (ok) f.Int("index", index).Int("laser", static_cast<int64_t>(laser)).Int("buffer", buffer);
+  CameraCall("GetImageFrame", f, ok, reason);
+}
+
+void Run::OnReturnImageFrame(bool ok, int64_t index, const std::string& reason) {
+  Fields f;
+  f.Int("index", index);
+  CameraCall("ReturnImageFrame", f, ok, reason);
+}
+
+void Run::OnSetExposureGain(int exposure, int gain, bool ok, const std::string& reason) {
+  Fields f;
+  f.Int("exposure", exposure).Int("gain", gain);
+  CameraCall("setExposureGain", f, ok, reason);
+}
+
+void Run::OnBufferLeak(int64_t index, int64_t buffer) {
+  Fields f;
+  f.Int("index", index).Int("buffer", buffer);
+  log_.Write("buffer_leak", f.value());
+}
+
+// The picture folders exist once the node is built; /tmp itself only for
+// the stripe pictures.
+void Run::WatchPictures() {
+  for (const char* folder : {"/tmp/left", "/tmp/right", "/tmp/pic"}) files_.Add(folder);
+  files_.Add("/tmp", {"LL.bmp", "RR.bmp"});
+  log_.SetBeforeWrite([this] {
+    files_.Poll([this](const WrittenFile& file) {
+      Fields f;
+      f.Str("path", file.path).Int("size", file.size).Str("fnv1a64", file.hash);
+      log_.Write("file", f.value());
+    });
+  });
+}
+
 int Run::Play() {
   log_.SetClock([this] { return host_.Loop().Now(); });
   host_.SetObserver(this);
@@ -134,6 +217,8 @@ int Run::Play() {
   kiv::KivProcTimeRec& recorder = *kiv::KivProcTimeRec::m_pInstance;
   recorder.m_bEnable = true;
   recorder.m_pOutput = options_.trace_times;
+  sunxi_cam::sim::Reset();
+  sunxi_cam::sim::SetObserver(this);
 
   int code = kOk;
   {
@@ -169,6 +254,7 @@ int Run::Play() {
         Fields built;
         built.Str("node", scenario_.node_id).Str("name", node_->NodeName());
         log_.Write("built", built.value());
+        WatchPictures();
         for (const Step& step : scenario_.steps) {
           if (!PlayStep(step)) {
             code = kScenarioError;
@@ -192,6 +278,8 @@ int Run::Play() {
   }
   recorder.m_pOutput = nullptr;
   host_.SetObserver(nullptr);
+  sunxi_cam::sim::SetObserver(nullptr);
+  log_.SetBeforeWrite(nullptr);
   Fields end;
   end.Int("exit", code);
   log_.Write("end", end.value());
@@ -240,6 +328,30 @@ bool Run::PlayStep(const Step& step) {
     case Step::Kind::kTeardown:
       Teardown();
       break;
+    case Step::Kind::kCamera: {
+      try {
+        sunxi_cam::sim::Configure(*step.value);
+      } catch (const std::invalid_argument& e) {
+        const std::string message =
+            scenario_.path + ": step " + std::to_string(step.number) + ": " + e.what();
+        Fields f;
+        f.Int("step", step.number).Str("what", message);
+        log_.Write("error", f.value());
+        errors_ << "kivrun: " << message << "\n";
+        return false;
+      }
+      Fields f;
+      f.Int("step", step.number).Json("settings", *step.value);
+      log_.Write("camera_settings", f.value());
+      break;
+    }
+    case Step::Kind::kLogFrames: {
+      log_frames_ = step.flag;
+      Fields f;
+      f.Int("step", step.number).Bool("on", step.flag);
+      log_.Write("log_frames", f.value());
+      break;
+    }
     case Step::Kind::kNote: {
       Fields f;
       f.Int("step", step.number).Str("text", step.text);

@@ -73,6 +73,16 @@ Step ParseStep(const rapidjson::Value& item, int number, const std::string& wher
         throw ScenarioError(where + ": \"teardown\" takes the value true");
       }
       step.kind = Step::Kind::kTeardown;
+    } else if (key == "camera") {
+      ++actions;
+      if (!value.IsObject()) throw ScenarioError(where + ": \"camera\" needs an object of camera settings");
+      step.kind = Step::Kind::kCamera;
+      step.value = Copy(value);
+    } else if (key == "log_frames") {
+      ++actions;
+      if (!value.IsBool()) throw ScenarioError(where + ": \"log_frames\" needs true or false");
+      step.kind = Step::Kind::kLogFrames;
+      step.flag = value.GetBool();
     } else if (key == "note") {
       ++actions;
       if (!value.IsString()) throw ScenarioError(where + ": \"note\" needs a text");
@@ -81,7 +91,7 @@ Step ParseStep(const rapidjson::Value& item, int number, const std::string& wher
     } else {
       throw ScenarioError(where + ": unknown member \"" + key +
                           "\" (a step is one of send, json, advance_us, advance_ms, ticks, "
-                          "trace, teardown, note)");
+                          "camera, log_frames, trace, teardown, note)");
     }
   }
   if (actions != 1) {
@@ -89,7 +99,7 @@ Step ParseStep(const rapidjson::Value& item, int number, const std::string& wher
                                               : ": a step does one thing; split it"));
   }
   if ((step.value || !step.record.empty()) && step.kind != Step::Kind::kSend &&
-      step.kind != Step::Kind::kJson) {
+      step.kind != Step::Kind::kJson && step.kind != Step::Kind::kCamera) {
     throw ScenarioError(where + ": \"fields\" and \"record\" belong to a \"send\" step");
   }
   if (step.kind == Step::Kind::kSend && !step.value) {

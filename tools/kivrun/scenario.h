@@ -22,14 +22,14 @@ class ScenarioError : public std::runtime_error {
 };
 
 struct Step {
-  enum class Kind { kSend, kJson, kAdvance, kTicks, kTrace, kTeardown, kNote };
+  enum class Kind { kSend, kJson, kAdvance, kTicks, kTrace, kTeardown, kNote, kCamera, kLogFrames };
   int number = 0;
   Kind kind = Kind::kNote;
   std::string topic;        // kSend: the topic
   std::string record;       // kSend: record type; empty = the type the node subscribed with
-  std::shared_ptr<rapidjson::Document> value;  // kSend: fields; kJson: the command (null = null record)
+  std::shared_ptr<rapidjson::Document> value;  // kSend: fields; kJson: the command (null = null record); kCamera: settings
   int64_t amount = 0;       // kAdvance: microseconds; kTicks: timer callbacks
-  bool flag = false;        // kTrace
+  bool flag = false;        // kTrace, kLogFrames
   std::string text;         // kNote
 };
 

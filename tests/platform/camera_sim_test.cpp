@@ -1,0 +1,808 @@
+// The camera simulator: sessions, frames, buffers, faults, image files,
+// rendered scenes and its JSON settings.
+#include "platform/sunxi_cam/camera_sim.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <opencv2/core.hpp>
+#include <opencv2/imgcodecs.hpp>
+#include <string>
+#include <vector>
+
+#include "platform/sunxi_cam/sunxi_cam.h"
+#include "tests/support/camera_log.h"
+#include "tests/support/node_harness.h"
+
+namespace {
+
+namespace sim = sunxi_cam::sim;
+using sim::Fault;
+using sim::Operation;
+using sunxi_cam::ImageFrame;
+using sunxi_cam::kPixelFormatNV21;
+using sunxi_cam::SunxiCam;
+
+constexpr double kPi = 3.14159265358979323846;
+
+class CameraSimTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    testsupport::ResetPluginGlobals();
+    sim::Reset();
+    sim::SetObserver(&log_);
+  }
+  void TearDown() override { sim::Reset(); }
+
+  bool Open() { return camera_.OpenCamera(1, kPixelFormatNV21, 100, 640, 480); }
+  // Takes a frame and hands it back; returns its record.
+  ImageFrame TakeAndReturn() {
+    ImageFrame frame;
+    EXPECT_TRUE(camera_.GetImageFrame(&frame));
+    EXPECT_TRUE(camera_.ReturnImageFrame(&frame));
+    return frame;
+  }
+  // A temporary folder of this test, removed at the end.
+  std::string TempDir() {
+    if (dir_.empty()) {
+      char name[] = "/tmp/camera_sim_test_XXXXXX";
+      dir_ = mkdtemp(name);
+    }
+    return dir_;
+  }
+  ~CameraSimTest() override {
+    if (!dir_.empty()) std::filesystem::remove_all(dir_);
+  }
+
+  SunxiCam camera_;
+  testsupport::CameraLog log_;
+  std::string dir_;
+};
+
+std::vector<uint8_t> Plane(uint64_t laser) {
+  const uint8_t* p = sim::Luminance(laser);
+  return std::vector<uint8_t>(p, p + 640 * 480);
+}
+
+// Weighted centre column of the pixels of 100 or more in `row`, or -1.
+double RowCentre(const uint8_t* plane, int row) {
+  double sum = 0, weighted = 0;
+  for (int u = 0; u < 640; ++u) {
+    const int value = plane[row * 640 + u];
+    if (value >= 100) {
+      sum += value;
+      weighted += static_cast<double>(value) * u;
+    }
+  }
+  return sum > 0 ? weighted / sum : -1;
+}
+
+// Separate runs of pixels of 100 or more in `row`.
+int BrightRuns(const uint8_t* plane, int row) {
+  int runs = 0;
+  bool in = false;
+  for (int u = 0; u < 640; ++u) {
+    const bool bright = plane[row * 640 + u] >= 100;
+    if (bright && !in) ++runs;
+    in = bright;
+  }
+  return runs;
+}
+
+// Columns moved per row around `row`, over 3 rows each way.
+double SlopeAt(const uint8_t* plane, int row) {
+  return std::fabs(RowCentre(plane, row + 3) - RowCentre(plane, row - 3)) / 6.0;
+}
+
+// Row where a wall at `distance` meets the floor, for the default camera.
+double ExpectedFootRow(double distance) {
+  const double h = 5, pitch = 10 * kPi / 180, fy = 450, cy = 240;
+  return cy + fy * (h * std::cos(pitch) - distance * std::sin(pitch)) /
+                  (distance * std::cos(pitch) + h * std::sin(pitch));
+}
+
+// The lowest row, going up from the bottom, where the stripe stops sliding
+// sideways (the foot of the wall).
+int MeasuredFootRow(const uint8_t* plane) {
+  for (int row = 470; row >= 10; --row) {
+    if (RowCentre(plane, row + 3) >= 0 && RowCentre(plane, row - 3) >= 0 &&
+        SlopeAt(plane, row) < 0.1) {
+      return row;
+    }
+  }
+  return -1;
+}
+
+// --- Sessions and frames ----------------------------------------------------
+
+TEST_F(CameraSimTest, SequenceNumbersCountFromZeroInEachSession) {
+  ASSERT_TRUE(Open());
+  EXPECT_EQ(TakeAndReturn().index, 0);
+  EXPECT_EQ(TakeAndReturn().index, 1);
+  const ImageFrame third = TakeAndReturn();
+  EXPECT_EQ(third.index, 2);
+  EXPECT_EQ(third.timestamp_us, 20000);  // 100 frames a second
+  ASSERT_TRUE(camera_.CloseCamera());
+  ASSERT_TRUE(Open());
+  EXPECT_EQ(TakeAndReturn().index, 0);
+  EXPECT_EQ(sim::GetStatus().open_count, 2);
+}
+
+TEST_F(CameraSimTest, AllCameraObjectsShareTheOneCamera) {
+  SunxiCam other;
+  ASSERT_TRUE(Open());
+  EXPECT_FALSE(other.OpenCamera(1, kPixelFormatNV21, 100, 640, 480));
+  EXPECT_EQ(log_.lines.back(), "OpenCamera 1 " + std::to_string(kPixelFormatNV21) +
+                                   " 100 640 480 failed: camera already open");
+  ImageFrame frame;
+  ASSERT_TRUE(other.GetImageFrame(&frame));
+  EXPECT_TRUE(camera_.ReturnImageFrame(&frame));
+  EXPECT_TRUE(other.CloseCamera());
+  EXPECT_FALSE(sim::GetStatus().open);
+}
+
+TEST_F(CameraSimTest, DefaultLaserPatternAlternatesLeftAndRight) {
+  ASSERT_TRUE(Open());
+  std::vector<uint64_t> lasers;
+  for (int i = 0; i < 5; ++i) lasers.push_back(TakeAndReturn().laser);
+  EXPECT_EQ(lasers, (std::vector<uint64_t>{1, 8, 1, 8, 1}));
+}
+
+TEST_F(CameraSimTest, LaserPatternRepeatsAndRestartsWithTheSession) {
+  sim::SetLaserPattern({0x11, 0x11, 0x28});
+  ASSERT_TRUE(Open());
+  std::vector<uint64_t> lasers;
+  for (int i = 0; i < 4; ++i) lasers.push_back(TakeAndReturn().laser);
+  EXPECT_EQ(lasers, (std::vector<uint64_t>{0x11, 0x11, 0x28, 0x11}));
+  ASSERT_TRUE(camera_.CloseCamera());
+  ASSERT_TRUE(Open());
+  EXPECT_EQ(TakeAndReturn().laser, 0x11u);
+  EXPECT_THROW(sim::SetLaserPattern({}), std::invalid_argument);
+}
+
+TEST_F(CameraSimTest, FramePixelsAreTheSceneOfTheLitLaser) {
+  ASSERT_TRUE(Open());
+  ImageFrame frame;
+  ASSERT_TRUE(camera_.GetImageFrame(&frame));
+  ASSERT_NE(frame.data, nullptr);
+  EXPECT_EQ(frame.laser, 1u);
+  EXPECT_EQ(std::memcmp(frame.data, sim::Luminance(1), 640 * 480), 0);
+  EXPECT_NE(std::memcmp(frame.data, sim::Luminance(8), 640 * 480), 0);
+  // The VU plane is neutral grey.
+  for (int i = 640 * 480; i < sim::kFrameBytes; i += 997) ASSERT_EQ(frame.data[i], 128) << i;
+  EXPECT_TRUE(camera_.ReturnImageFrame(&frame));
+}
+
+TEST_F(CameraSimTest, FramesOutUseDifferentBuffers) {
+  ASSERT_TRUE(Open());
+  ImageFrame a, b;
+  ASSERT_TRUE(camera_.GetImageFrame(&a));
+  ASSERT_TRUE(camera_.ReturnImageFrame(&a));
+  ASSERT_TRUE(camera_.GetImageFrame(&b));
+  EXPECT_NE(a.buffer, b.buffer);
+  EXPECT_NE(a.data, b.data);
+  EXPECT_TRUE(camera_.ReturnImageFrame(&b));
+  EXPECT_EQ(sim::GetStatus().frames_out, 0);
+}
+
+TEST_F(CameraSimTest, AFrameCanBeHandedBackOnlyOnce) {
+  ASSERT_TRUE(Open());
+  ImageFrame frame;
+  ASSERT_TRUE(camera_.GetImageFrame(&frame));
+  EXPECT_TRUE(camera_.ReturnImageFrame(&frame));
+  EXPECT_FALSE(camera_.ReturnImageFrame(&frame));
+  EXPECT_EQ(log_.lines.back(), "ReturnImageFrame 0 failed: frame not out (handed back twice?)");
+  ImageFrame forged;
+  forged.buffer = 99;
+  EXPECT_FALSE(camera_.ReturnImageFrame(&forged));
+  EXPECT_EQ(log_.lines.back(), "ReturnImageFrame 0 failed: not a frame of this camera");
+}
+
+TEST_F(CameraSimTest, AFrameNotHandedBackIsReportedOnceAsALeak) {
+  ASSERT_TRUE(Open());
+  ImageFrame first, second, third;
+  ASSERT_TRUE(camera_.GetImageFrame(&first));
+  ASSERT_TRUE(camera_.GetImageFrame(&second));
+  EXPECT_EQ(log_.Starting("leak"), std::vector<std::string>{"leak 0 buffer 0"});
+  EXPECT_TRUE(camera_.ReturnImageFrame(&second));
+  ASSERT_TRUE(camera_.GetImageFrame(&third));
+  EXPECT_TRUE(camera_.ReturnImageFrame(&third));
+  EXPECT_EQ(log_.Starting("leak").size(), 1u);
+  EXPECT_EQ(sim::GetStatus().leaks, 1);
+  EXPECT_EQ(sim::GetStatus().frames_out, 1);
+  // The leaked frame can still be handed back late.
+  EXPECT_TRUE(camera_.ReturnImageFrame(&first));
+  EXPECT_EQ(sim::GetStatus().frames_out, 0);
+}
+
+TEST_F(CameraSimTest, ClosingWithAFrameOutReportsALeak) {
+  ASSERT_TRUE(Open());
+  ImageFrame frame;
+  ASSERT_TRUE(camera_.GetImageFrame(&frame));
+  ASSERT_TRUE(camera_.CloseCamera());
+  EXPECT_EQ(log_.Starting("leak"), std::vector<std::string>{"leak 0 buffer 0"});
+  EXPECT_EQ(sim::GetStatus().frames_out, 0);
+}
+
+TEST_F(CameraSimTest, NoFrameWhenEveryBufferIsOut) {
+  sim::SetBufferCount(2);
+  ASSERT_TRUE(Open());
+  ImageFrame a, b, c;
+  ASSERT_TRUE(camera_.GetImageFrame(&a));
+  ASSERT_TRUE(camera_.GetImageFrame(&b));
+  EXPECT_FALSE(camera_.GetImageFrame(&c));
+  EXPECT_EQ(log_.lines.back(), "GetImageFrame failed: no free frame buffer");
+  ASSERT_TRUE(camera_.ReturnImageFrame(&a));
+  ASSERT_TRUE(camera_.GetImageFrame(&c));
+  EXPECT_EQ(c.index, 2);
+  EXPECT_THROW(sim::SetBufferCount(0), std::invalid_argument);
+}
+
+TEST_F(CameraSimTest, OpenRefusesWhatTheCameraCannotDo) {
+  EXPECT_FALSE(camera_.OpenCamera(2, kPixelFormatNV21, 100, 640, 480));
+  EXPECT_FALSE(camera_.OpenCamera(1, 0x32315659, 100, 640, 480));
+  EXPECT_FALSE(camera_.OpenCamera(1, kPixelFormatNV21, 0, 640, 480));
+  EXPECT_FALSE(camera_.OpenCamera(1, kPixelFormatNV21, 100, 1280, 720));
+  const std::string nv21 = std::to_string(kPixelFormatNV21);
+  EXPECT_EQ(
+      log_.lines,
+      (std::vector<std::string>{
+          "OpenCamera 2 " + nv21 + " 100 640 480 failed: no camera 2 (the robot has camera 1)",
+          "OpenCamera 1 842094169 100 640 480 failed: pixel format 0x32315659 not supported "
+          "(NV21 only)",
+          "OpenCamera 1 " + nv21 + " 0 640 480 failed: frame rate 0 out of range 1..120",
+          "OpenCamera 1 " + nv21 +
+              " 100 1280 720 failed: size 1280 x 720 not supported (640 x 480 only)"}));
+  EXPECT_FALSE(sim::GetStatus().open);
+}
+
+TEST_F(CameraSimTest, OperationsNeedAnOpenCamera) {
+  ImageFrame frame;
+  EXPECT_FALSE(camera_.CloseCamera());
+  EXPECT_FALSE(camera_.GetImageFrame(&frame));
+  EXPECT_FALSE(camera_.ReturnImageFrame(&frame));
+  EXPECT_FALSE(camera_.setExposureGain(1900, 32));
+  EXPECT_EQ(log_.lines,
+            (std::vector<std::string>{"CloseCamera failed: camera not open",
+                                      "GetImageFrame failed: camera not open",
+                                      "ReturnImageFrame 0 failed: camera not open",
+                                      "setExposureGain 1900 32 failed: camera not open"}));
+}
+
+TEST_F(CameraSimTest, ExposureAndGainAreRecorded) {
+  ASSERT_TRUE(Open());
+  EXPECT_TRUE(camera_.setExposureGain(600, 4));
+  EXPECT_TRUE(camera_.setExposureGain(1900, 48));
+  const sim::Status status = sim::GetStatus();
+  EXPECT_EQ(status.exposure, 1900);
+  EXPECT_EQ(status.gain, 48);
+  EXPECT_EQ(status.exposure_sets, 2);
+  EXPECT_EQ(log_.Starting("setExposureGain"),
+            (std::vector<std::string>{"setExposureGain 600 4 ok", "setExposureGain 1900 48 ok"}));
+}
+
+TEST_F(CameraSimTest, ExposureScalingMakesTheSceneDarkerOrBrighter) {
+  sim::Scene scene = sim::GetScene();
+  scene.exposure_scaling = true;
+  scene.background.noise = 0;
+  sim::SetScene(scene);
+  const int row = 100;  // on the wall
+  const int column = static_cast<int>(std::lround(RowCentre(sim::Luminance(1), row)));
+  EXPECT_EQ(sim::Luminance(1)[row * 640 + column], 226);  // background 6 + stripe 220
+  ASSERT_TRUE(Open());
+  ASSERT_TRUE(camera_.setExposureGain(950, 32));
+  EXPECT_EQ(sim::Luminance(1)[row * 640 + column], 113);  // (220 + 6) / 2
+  ASSERT_TRUE(camera_.setExposureGain(1900, 48));
+  EXPECT_EQ(sim::Luminance(1)[row * 640 + column], 255);
+}
+
+// --- Faults -------------------------------------------------------------------
+
+// Runs `op` five times, each time where it would otherwise succeed, and
+// returns the results.
+std::vector<bool> FiveCalls(SunxiCam& camera, Operation op) {
+  std::vector<bool> results;
+  for (int i = 0; i < 5; ++i) {
+    ImageFrame frame;
+    switch (op) {
+      case Operation::kOpen:
+        results.push_back(camera.OpenCamera(1, kPixelFormatNV21, 100, 640, 480));
+        if (results.back()) camera.CloseCamera();
+        break;
+      case Operation::kClose:
+        if (!sim::GetStatus().open) camera.OpenCamera(1, kPixelFormatNV21, 100, 640, 480);
+        results.push_back(camera.CloseCamera());
+        break;
+      case Operation::kGetFrame:
+        results.push_back(camera.GetImageFrame(&frame));
+        if (results.back()) camera.ReturnImageFrame(&frame);
+        break;
+      case Operation::kReturnFrame:
+        camera.GetImageFrame(&frame);
+        results.push_back(camera.ReturnImageFrame(&frame));
+        break;
+      case Operation::kSetExposureGain:
+        results.push_back(camera.setExposureGain(1900, 32));
+        break;
+    }
+  }
+  return results;
+}
+
+class FaultTest : public CameraSimTest, public ::testing::WithParamInterface<Operation> {
+ protected:
+  void SetUp() override {
+    CameraSimTest::SetUp();
+    sim::SetBufferCount(16);  // failed hand-backs keep their buffers
+    if (GetParam() != Operation::kOpen && GetParam() != Operation::kClose) Open();
+  }
+};
+
+TEST_P(FaultTest, Always) {
+  sim::SetFault(GetParam(), Fault::Always());
+  EXPECT_EQ(FiveCalls(camera_, GetParam()), std::vector<bool>(5, false));
+  EXPECT_EQ(sim::GetStatus().failures[static_cast<int>(GetParam())], 5);
+}
+
+TEST_P(FaultTest, NextCalls) {
+  sim::SetFault(GetParam(), Fault::NextCalls(2));
+  EXPECT_EQ(FiveCalls(camera_, GetParam()), (std::vector<bool>{false, false, true, true, true}));
+}
+
+TEST_P(FaultTest, AtCall) {
+  sim::SetFault(GetParam(), Fault::AtCall(3));
+  EXPECT_EQ(FiveCalls(camera_, GetParam()), (std::vector<bool>{true, true, false, true, true}));
+  EXPECT_FALSE(log_.Starting("").empty());
+  bool logged = false;
+  for (const std::string& line : log_.lines) {
+    logged = logged || line.find("failed: injected fault") != std::string::npos;
+  }
+  EXPECT_TRUE(logged);
+}
+
+TEST_P(FaultTest, NeverAfterClearing) {
+  sim::SetFault(GetParam(), Fault::Always());
+  sim::SetFault(GetParam(), Fault::Never());
+  EXPECT_EQ(FiveCalls(camera_, GetParam()), std::vector<bool>(5, true));
+}
+
+INSTANTIATE_TEST_SUITE_P(EachOperation, FaultTest,
+                         ::testing::Values(Operation::kOpen, Operation::kClose,
+                                           Operation::kGetFrame, Operation::kReturnFrame,
+                                           Operation::kSetExposureGain),
+                         [](const auto& info) {
+                           return std::string(sim::OperationName(info.param));
+                         });
+
+TEST_F(CameraSimTest, FailedOperationsChangeNothing) {
+  sim::SetFault(Operation::kOpen, Fault::AtCall(1));
+  EXPECT_FALSE(Open());
+  EXPECT_FALSE(sim::GetStatus().open);
+  ASSERT_TRUE(Open());
+
+  sim::SetFault(Operation::kGetFrame, Fault::AtCall(2));
+  EXPECT_EQ(TakeAndReturn().index, 0);
+  ImageFrame frame;
+  EXPECT_FALSE(camera_.GetImageFrame(&frame));
+  EXPECT_EQ(TakeAndReturn().index, 1);  // a failed get takes no frame
+
+  sim::SetFault(Operation::kSetExposureGain, Fault::AtCall(1));
+  EXPECT_FALSE(camera_.setExposureGain(600, 4));
+  EXPECT_EQ(sim::GetStatus().exposure_sets, 0);
+  EXPECT_EQ(sim::GetStatus().exposure, 0);
+
+  sim::SetFault(Operation::kClose, Fault::AtCall(1));
+  EXPECT_FALSE(camera_.CloseCamera());
+  EXPECT_TRUE(sim::GetStatus().open);
+  EXPECT_TRUE(camera_.CloseCamera());
+}
+
+TEST_F(CameraSimTest, AFailedHandBackLeavesTheFrameOut) {
+  ASSERT_TRUE(Open());
+  sim::SetFault(Operation::kReturnFrame, Fault::AtCall(1));
+  ImageFrame frame;
+  ASSERT_TRUE(camera_.GetImageFrame(&frame));
+  EXPECT_FALSE(camera_.ReturnImageFrame(&frame));
+  EXPECT_EQ(log_.lines.back(), "ReturnImageFrame 0 failed: injected fault");
+  ASSERT_TRUE(camera_.GetImageFrame(&frame));
+  EXPECT_EQ(log_.Starting("leak"), std::vector<std::string>{"leak 0 buffer 0"});
+}
+
+TEST_F(CameraSimTest, ObserverSeesEveryCallInOrder) {
+  ASSERT_TRUE(Open());
+  TakeAndReturn();
+  ASSERT_TRUE(camera_.setExposureGain(1900, 32));
+  ASSERT_TRUE(camera_.CloseCamera());
+  EXPECT_EQ(log_.lines, (std::vector<std::string>{
+                            "OpenCamera 1 " + std::to_string(kPixelFormatNV21) + " 100 640 480 ok",
+                            "GetImageFrame 0 laser 1 buffer 0 ok", "ReturnImageFrame 0 ok",
+                            "setExposureGain 1900 32 ok", "CloseCamera ok"}));
+  const sim::Status status = sim::GetStatus();
+  EXPECT_EQ(status.calls[static_cast<int>(Operation::kGetFrame)], 1);
+  EXPECT_EQ(status.frames, 1);
+}
+
+TEST_F(CameraSimTest, ResetClosesTheCameraAndForgetsEverything) {
+  sim::SetLaserPattern({8});
+  sim::SetDistance(12);
+  sim::SetFault(Operation::kGetFrame, Fault::Always());
+  ASSERT_TRUE(Open());
+  sim::Reset();
+  const size_t logged = log_.lines.size();
+  EXPECT_FALSE(sim::GetStatus().open);
+  EXPECT_EQ(sim::GetStatus().open_count, 0);
+  EXPECT_EQ(sim::LaserPattern(), (std::vector<uint64_t>{1, 8}));
+  EXPECT_EQ(sim::GetScene().distance, 30);
+  ASSERT_TRUE(Open());
+  EXPECT_EQ(TakeAndReturn().laser, 1u);
+  EXPECT_EQ(log_.lines.size(), logged);  // the observer went with the reset
+}
+
+// --- Image files ------------------------------------------------------------------
+
+TEST_F(CameraSimTest, ImageFileStandsInForItsLaser) {
+  cv::Mat image(480, 640, CV_8UC1);
+  for (int r = 0; r < 480; ++r) {
+    for (int c = 0; c < 640; ++c) image.at<uint8_t>(r, c) = static_cast<uint8_t>((r * 7 + c) % 251);
+  }
+  const std::string png = TempDir() + "/left.png";
+  ASSERT_TRUE(cv::imwrite(png, image));
+  const std::vector<uint8_t> right_scene = Plane(8);
+  sim::UseImageFile(sim::ImageSlot::kLeft, png);
+  ASSERT_TRUE(Open());
+  ImageFrame frame;
+  ASSERT_TRUE(camera_.GetImageFrame(&frame));
+  EXPECT_EQ(std::memcmp(frame.data, image.data, 640 * 480), 0);
+  ASSERT_TRUE(camera_.ReturnImageFrame(&frame));
+  ASSERT_TRUE(camera_.GetImageFrame(&frame));
+  EXPECT_EQ(std::memcmp(frame.data, right_scene.data(), 640 * 480), 0);
+  ASSERT_TRUE(camera_.ReturnImageFrame(&frame));
+  sim::UseImageFile(sim::ImageSlot::kLeft, "");
+  EXPECT_NE(std::memcmp(sim::Luminance(1), image.data, 640 * 480), 0);
+}
+
+TEST_F(CameraSimTest, GrayscaleBmpPicturesAreAccepted) {
+  const std::string bmp = TempDir() + "/picture.bmp";
+  cv::Mat scene(480, 640, CV_8UC1, const_cast<uint8_t*>(sim::Luminance(8)));
+  ASSERT_TRUE(cv::imwrite(bmp, scene));
+  sim::UseImageFile(sim::ImageSlot::kOther, bmp);
+  EXPECT_EQ(std::memcmp(sim::Luminance(2), scene.data, 640 * 480), 0);
+}
+
+// The message of the refusal of `path`, or "accepted".
+std::string Refusal(const std::string& path) {
+  try {
+    sim::UseImageFile(sim::ImageSlot::kRight, path);
+  } catch (const std::invalid_argument& e) {
+    return e.what();
+  }
+  return "accepted";
+}
+
+TEST_F(CameraSimTest, OtherImagesAreRefusedWithAClearMessage) {
+  const std::vector<uint8_t> before = Plane(8);
+  const std::string colour = TempDir() + "/colour.png";
+  ASSERT_TRUE(cv::imwrite(colour, cv::Mat(480, 640, CV_8UC3, cv::Scalar(1, 2, 3))));
+  const std::string small = TempDir() + "/small.png";
+  ASSERT_TRUE(cv::imwrite(small, cv::Mat(240, 320, CV_8UC1, cv::Scalar(9))));
+  const std::string deep = TempDir() + "/deep.png";
+  ASSERT_TRUE(cv::imwrite(deep, cv::Mat(480, 640, CV_16UC1, cv::Scalar(9))));
+  const std::string text = TempDir() + "/notes.png";
+  std::ofstream(text) << "not a picture";
+
+  EXPECT_EQ(Refusal(colour), "camera sim: images.right: image file '" + colour +
+                                 "' is 640 x 480 with 3 channel(s) of 8 bits; the camera needs "
+                                 "640 x 480 with one 8-bit channel (grayscale)");
+  EXPECT_EQ(Refusal(small), "camera sim: images.right: image file '" + small +
+                                "' is 320 x 240 with 1 channel(s) of 8 bits; the camera needs "
+                                "640 x 480 with one 8-bit channel (grayscale)");
+  EXPECT_EQ(Refusal(deep), "camera sim: images.right: image file '" + deep +
+                               "' is 640 x 480 with 1 channel(s) of 16 bits; the camera needs "
+                               "640 x 480 with one 8-bit channel (grayscale)");
+  EXPECT_EQ(Refusal(text),
+            "camera sim: images.right: image file '" + text + "' cannot be read as an image");
+  EXPECT_EQ(Refusal(TempDir() + "/missing.png"),
+            "camera sim: images.right: image file '" + TempDir() +
+                "/missing.png' does not exist or is not a file");
+  EXPECT_EQ(Plane(8), before);  // still the scene
+}
+
+// --- Scenes -------------------------------------------------------------------------
+
+class SceneDistanceTest : public CameraSimTest, public ::testing::WithParamInterface<double> {};
+
+TEST_P(SceneDistanceTest, StripeSlantsOnTheFloorAndStandsUpOnTheWall) {
+  sim::SetDistance(GetParam());
+  for (uint64_t laser : {1u, 8u}) {
+    SCOPED_TRACE(laser);
+    const uint8_t* plane = sim::Luminance(laser);
+    const int foot = MeasuredFootRow(plane);
+    EXPECT_NEAR(foot, ExpectedFootRow(GetParam()), 4.0);  // the slope window is 6 rows
+    // One stripe in every row from the top of the picture to the bottom.
+    for (int row = 0; row < 480; row += 7) EXPECT_EQ(BrightRuns(plane, row), 1) << row;
+    // Slanted on the floor: between 0.3 and 0.5 columns a row.
+    for (int row = foot + 10; row < 470; row += 10) {
+      EXPECT_GT(SlopeAt(plane, row), 0.3) << row;
+      EXPECT_LT(SlopeAt(plane, row), 0.5) << row;
+    }
+    // Steep on the wall.
+    for (int row = foot - 10; row > 10; row -= 10) EXPECT_LT(SlopeAt(plane, row), 0.1) << row;
+  }
+  // The left laser's stripe lies left of the right one's, and both lean
+  // outwards towards the bottom.
+  const uint8_t* left = sim::Luminance(1);
+  const uint8_t* right = sim::Luminance(8);
+  EXPECT_LT(RowCentre(left, 100), RowCentre(right, 100));
+  EXPECT_LT(RowCentre(left, 475), RowCentre(left, 400));
+  EXPECT_GT(RowCentre(right, 475), RowCentre(right, 400));
+}
+
+INSTANTIATE_TEST_SUITE_P(AppAndFactoryDistances, SceneDistanceTest,
+                         ::testing::Values(10.0, 15.0, 20.0, 30.0, 40.0, 45.0));
+
+TEST_F(CameraSimTest, TheFootOfTheWallRisesWithTheDistance) {
+  int previous = 480;
+  for (double d : {10, 15, 20, 25, 30, 35, 40, 45}) {
+    sim::SetDistance(d);
+    const int foot = MeasuredFootRow(sim::Luminance(1));
+    EXPECT_LT(foot, previous) << d;
+    previous = foot;
+  }
+}
+
+TEST_F(CameraSimTest, AtFiveCentimetresOnlyTheWallIsInView) {
+  sim::SetDistance(5);
+  const uint8_t* plane = sim::Luminance(1);
+  for (int row = 20; row < 460; row += 20) {
+    EXPECT_EQ(BrightRuns(plane, row), 1) << row;
+    EXPECT_LT(SlopeAt(plane, row), 0.15) << row;  // a wall line far off the picture's centre
+  }
+}
+
+TEST_F(CameraSimTest, StripeHasACoreAndSoftEdges) {
+  sim::Scene scene = sim::GetScene();
+  scene.background.noise = 0;
+  sim::SetScene(scene);
+  const uint8_t* plane = sim::Luminance(1);
+  const int row = 100;
+  int bright = 0, soft = 0, peak = 0;
+  for (int u = 0; u < 640; ++u) {
+    const int value = plane[row * 640 + u];
+    peak = std::max(peak, value);
+    if (value >= 100) ++bright;
+    if (value > 20 && value < 200) ++soft;
+  }
+  EXPECT_EQ(peak, 226);  // the stripe's 220 on the background's 6
+  EXPECT_GE(bright, 2);
+  EXPECT_LE(bright, 5);
+  EXPECT_GE(soft, 2);
+  EXPECT_EQ(plane[row * 640 + 600], 6);  // the dark background
+}
+
+TEST_F(CameraSimTest, BackgroundIsDarkNoiseAndAmbientLightRaisesIt) {
+  const uint8_t* plane = sim::Luminance(1);
+  long sum = 0;
+  int dark = 0, distinct_values = 0;
+  std::vector<int> seen(256, 0);
+  for (int row = 0; row < 480; ++row) {
+    for (int u = 600; u < 640; ++u) {
+      const int value = plane[row * 640 + u];
+      sum += value;
+      dark += value <= 9 ? 1 : 0;
+      if (seen[value]++ == 0) ++distinct_values;
+    }
+  }
+  EXPECT_NEAR(static_cast<double>(sum) / (480 * 40), 6.0, 0.3);
+  EXPECT_GT(dark, 480 * 40 * 8 / 10);
+  EXPECT_GE(distinct_values, 8);  // noise, not a flat grey
+
+  sim::Scene scene = sim::GetScene();
+  scene.background.ambient = 40;
+  sim::SetScene(scene);
+  sum = 0;
+  for (int row = 0; row < 480; ++row) sum += sim::Luminance(1)[row * 640 + 620];
+  EXPECT_NEAR(static_cast<double>(sum) / 480, 46.0, 0.5);
+}
+
+TEST_F(CameraSimTest, PicturesAreTheSameForTheSameSettings) {
+  const std::vector<uint8_t> first = Plane(1);
+  sim::Reset();
+  EXPECT_EQ(Plane(1), first);
+  sim::SetDistance(20);
+  sim::SetDistance(30);
+  EXPECT_EQ(Plane(1), first);
+  sim::Scene scene = sim::GetScene();
+  scene.background.seed = 2;
+  sim::SetScene(scene);
+  EXPECT_NE(Plane(1), first);
+}
+
+TEST_F(CameraSimTest, ThePictureIsRenderedOncePerSceneChange) {
+  const uint8_t* first = sim::Luminance(1);
+  const std::vector<uint8_t> copy = Plane(1);
+  EXPECT_EQ(sim::Luminance(1), first);
+  sim::SetDistance(20);
+  EXPECT_NE(Plane(1), copy);
+}
+
+TEST_F(CameraSimTest, SecondStripeGivesTwoStripesInARow) {
+  sim::Scene scene = sim::GetScene();
+  scene.second_stripe = 40;
+  sim::SetScene(scene);
+  for (int row = 0; row < 480; row += 20) EXPECT_EQ(BrightRuns(sim::Luminance(8), row), 2) << row;
+}
+
+TEST_F(CameraSimTest, GapRowsLeaveTheStripeDark) {
+  sim::Scene scene = sim::GetScene();
+  scene.gap_from = 100;
+  scene.gap_to = 299;
+  sim::SetScene(scene);
+  const uint8_t* plane = sim::Luminance(1);
+  for (int row = 0; row < 480; ++row) {
+    EXPECT_EQ(BrightRuns(plane, row), row >= 100 && row <= 299 ? 0 : 1) << row;
+  }
+}
+
+TEST_F(CameraSimTest, WithoutAWallTheStripeRunsStraightToTheHorizon) {
+  sim::Scene scene = sim::GetScene();
+  scene.wall = false;
+  sim::SetScene(scene);
+  const uint8_t* plane = sim::Luminance(1);
+  for (int row = 470; row > 170; row -= 10) EXPECT_GT(SlopeAt(plane, row), 0.3) << row;
+  // Nothing above the horizon (row 240 - 450 tan 10 degrees, about 161).
+  for (int row = 0; row < 155; ++row) EXPECT_EQ(BrightRuns(plane, row), 0) << row;
+}
+
+TEST_F(CameraSimTest, LasersCanBeSwitchedOffAndLitTogether) {
+  sim::Scene scene = sim::GetScene();
+  scene.left.on = false;
+  sim::SetScene(scene);
+  EXPECT_EQ(BrightRuns(sim::Luminance(1), 100), 0);
+  EXPECT_EQ(BrightRuns(sim::Luminance(9), 100), 1);
+  scene.left.on = true;
+  sim::SetScene(scene);
+  EXPECT_EQ(BrightRuns(sim::Luminance(9), 100), 2);
+  EXPECT_EQ(BrightRuns(sim::Luminance(0), 100), 0);
+}
+
+TEST_F(CameraSimTest, BadScenesAreRefused) {
+  sim::Scene scene = sim::GetScene();
+  scene.camera.fx = 0;
+  try {
+    sim::SetScene(scene);
+    FAIL() << "accepted";
+  } catch (const std::invalid_argument& e) {
+    EXPECT_STREQ(e.what(), "camera sim: scene.camera.fx must be greater than 0");
+  }
+  EXPECT_THROW(sim::SetDistance(0), std::invalid_argument);
+  EXPECT_EQ(sim::GetScene().distance, 30);
+}
+
+// --- JSON settings ---------------------------------------------------------------------
+
+std::string ConfigureError(const std::string& json) {
+  rapidjson::Document doc;
+  doc.Parse(json.c_str());
+  if (doc.HasParseError()) return "bad test json";
+  try {
+    sim::Configure(doc);
+  } catch (const std::invalid_argument& e) {
+    return e.what();
+  }
+  return "";
+}
+
+TEST_F(CameraSimTest, ConfigureAppliesEverySetting) {
+  const std::string png = TempDir() + "/gray.png";
+  ASSERT_TRUE(cv::imwrite(png, cv::Mat(480, 640, CV_8UC1, cv::Scalar(77))));
+  const std::string json = R"({
+    "distance": 20,
+    "laser_pattern": [8, 8, 1],
+    "buffers": 2,
+    "scene": {
+      "camera": {"fx": 400, "fy": 410, "cx": 319.5, "cy": 239.5, "height": 6, "pitch": 12},
+      "left_laser": {"x": 1, "y": 2.5, "z": 3, "yaw": -1, "roll": 2, "on": false},
+      "right_laser": {"y": -2.5},
+      "stripe": {"peak": 200, "core": 3, "edge": 1.5},
+      "background": {"level": 4, "noise": 1, "ambient": 10, "seed": 7},
+      "wall": false, "wall_height": 150, "second_stripe": 30, "gap_rows": [10, 20],
+      "exposure_scaling": true, "reference_exposure": 1000, "reference_gain": 16
+    },
+    "images": {"other": ")" +
+                           png + R"("},
+    "faults": {"open": {"at": 2}, "close": "always", "get_frame": {"next": 1},
+               "return_frame": "never", "set_exposure_gain": "always"}
+  })";
+  ASSERT_EQ(ConfigureError(json), "");
+  const sim::Scene& s = sim::GetScene();
+  EXPECT_EQ(s.distance, 20);
+  EXPECT_EQ(s.camera.fx, 400);
+  EXPECT_EQ(s.camera.fy, 410);
+  EXPECT_EQ(s.camera.cx, 319.5);
+  EXPECT_EQ(s.camera.height, 6);
+  EXPECT_EQ(s.camera.pitch, 12);
+  EXPECT_EQ(s.left.x, 1);
+  EXPECT_EQ(s.left.y, 2.5);
+  EXPECT_EQ(s.left.yaw, -1);
+  EXPECT_EQ(s.left.roll, 2);
+  EXPECT_FALSE(s.left.on);
+  EXPECT_EQ(s.right.y, -2.5);
+  EXPECT_EQ(s.right.yaw, 2);  // untouched members keep their values
+  EXPECT_EQ(s.stripe.peak, 200);
+  EXPECT_EQ(s.stripe.edge, 1.5);
+  EXPECT_EQ(s.background.seed, 7u);
+  EXPECT_EQ(s.background.ambient, 10);
+  EXPECT_FALSE(s.wall);
+  EXPECT_EQ(s.wall_height, 150);
+  EXPECT_EQ(s.second_stripe, 30);
+  EXPECT_EQ(s.gap_from, 10);
+  EXPECT_EQ(s.gap_to, 20);
+  EXPECT_TRUE(s.exposure_scaling);
+  EXPECT_EQ(s.reference_exposure, 1000);
+  EXPECT_EQ(s.reference_gain, 16);
+  EXPECT_EQ(sim::LaserPattern(), (std::vector<uint64_t>{8, 8, 1}));
+  EXPECT_EQ(sim::Luminance(2)[1234], 77);
+
+  EXPECT_TRUE(Open());  // open: fails at call 2
+  EXPECT_FALSE(camera_.CloseCamera());
+  ImageFrame frame;
+  EXPECT_FALSE(camera_.GetImageFrame(&frame));
+  EXPECT_TRUE(camera_.GetImageFrame(&frame));
+  EXPECT_EQ(frame.laser, 8u);
+  EXPECT_TRUE(camera_.ReturnImageFrame(&frame));
+  EXPECT_FALSE(camera_.setExposureGain(1, 1));
+  EXPECT_EQ(log_.lines.back(), "setExposureGain 1 1 failed: injected fault");
+  EXPECT_FALSE(Open());
+  EXPECT_EQ(log_.lines.back(), "OpenCamera 1 " + std::to_string(kPixelFormatNV21) +
+                                   " 100 640 480 failed: injected fault");
+}
+
+TEST_F(CameraSimTest, ConfigureResetStartsFromTheDefaults) {
+  sim::SetDistance(12);
+  sim::SetLaserPattern({8});
+  sim::SetFault(Operation::kOpen, Fault::Always());
+  ASSERT_EQ(ConfigureError(R"({"laser_pattern": [1], "reset": true})"), "");
+  EXPECT_EQ(sim::GetScene().distance, 30);
+  EXPECT_EQ(sim::LaserPattern(), std::vector<uint64_t>{1});
+  EXPECT_TRUE(Open());
+}
+
+TEST_F(CameraSimTest, ConfigureNamesTheBadMemberAndChangesNothing) {
+  EXPECT_EQ(ConfigureError(R"({"distance": 20, "scene": {"camera": {"fx": "big"}}})"),
+            "camera sim: scene.camera.fx must be a number");
+  EXPECT_EQ(sim::GetScene().distance, 30);
+  EXPECT_EQ(ConfigureError(R"({"scene": {"camera": {"focal": 1}}})"),
+            "camera sim: scene.camera.focal is not a camera setting");
+  EXPECT_EQ(ConfigureError(R"({"colour": 1})"), "camera sim: colour is not a camera setting");
+  EXPECT_EQ(ConfigureError(R"({"laser_pattern": [1, -8]})"),
+            "camera sim: laser_pattern[1] must be an integer of 0 or more");
+  EXPECT_EQ(ConfigureError(R"({"laser_pattern": []})"),
+            "camera sim: laser_pattern must be a non-empty array");
+  EXPECT_EQ(ConfigureError(R"({"distance": 0})"), "camera sim: distance must be greater than 0");
+  EXPECT_EQ(ConfigureError(R"({"scene": {"stripe": {"peak": 300}}})"),
+            "camera sim: scene.stripe.peak must be between 0 and 255");
+  EXPECT_EQ(ConfigureError(R"({"scene": {"gap_rows": [5]}})"),
+            "camera sim: scene.gap_rows must be [from, to] (two integers) or null");
+  EXPECT_EQ(ConfigureError(R"({"faults": {"open": "sometimes"}})"),
+            "camera sim: faults.open must be \"never\", \"always\", {\"next\": N} or {\"at\": K} "
+            "with N, K >= 1");
+  EXPECT_EQ(ConfigureError(R"({"faults": {"focus": "always"}})"),
+            "camera sim: faults.focus is not a camera setting");
+  EXPECT_EQ(ConfigureError(R"({"buffers": 0})"), "camera sim: buffers must be between 1 and 64");
+  EXPECT_EQ(ConfigureError(R"({"reset": 1})"), "camera sim: reset must be true or false");
+  EXPECT_EQ(ConfigureError(R"({"images": {"left": 5}})"),
+            "camera sim: images.left must be a file name or null");
+  EXPECT_EQ(ConfigureError(R"([1, 2])"), "camera sim: settings must be an object");
+  // A good member before a bad one is not applied either.
+  EXPECT_EQ(ConfigureError(R"({"faults": {"open": "always"}, "distance": -1})"),
+            "camera sim: distance must be greater than 0");
+  EXPECT_TRUE(Open());
+  EXPECT_EQ(sim::GetScene().distance, 30);
+  EXPECT_EQ(sim::LaserPattern(), (std::vector<uint64_t>{1, 8}));
+}
+
+}  // namespace
