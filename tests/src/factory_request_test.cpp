@@ -414,7 +414,7 @@ TEST_F(FactoryRequestTest, DistanceCheckValuePassesAndStartsTheDistanceCheck) {
   EXPECT_EQ(PluginGlobals(), With(before, FactoryMode({{"DistanceCheck_reset_flag", "0"}})));
 }
 
-TEST_F(FactoryRequestTest, TheSpecialValuesAreReadAtEachRequest) {
+TEST_F(FactoryRequestTest, TheChessboardValueIsReadAtEachRequest) {
   HoldCameraOpen();
   dis_chessboard = 40;
   SendFactory(40);
