@@ -805,4 +805,26 @@ TEST_F(CameraSimTest, ConfigureNamesTheBadMemberAndChangesNothing) {
   EXPECT_EQ(sim::LaserPattern(), (std::vector<uint64_t>{1, 8}));
 }
 
+TEST_F(CameraSimTest, TheDocumentedExamplesApply) {
+  EXPECT_EQ(ConfigureError(R"({"reset": true, "distance": 35})"), "");
+  EXPECT_EQ(sim::GetScene().distance, 35);
+  EXPECT_EQ(
+      ConfigureError(
+          R"({"distance": 20, "scene": {"second_stripe": 40, "background": {"ambient": 20}}})"),
+      "");
+  EXPECT_EQ(BrightRuns(sim::Luminance(1), 300), 2);
+  EXPECT_EQ(
+      ConfigureError(R"({"distance": 30, "scene": {"gap_rows": [0, 440]}, "laser_pattern": [8]})"),
+      "");
+  EXPECT_EQ(sim::LaserPattern(), std::vector<uint64_t>{8});
+  EXPECT_EQ(
+      ConfigureError(R"({"faults": {"set_exposure_gain": {"next": 2}, "get_frame": {"at": 3}}})"),
+      "");
+  EXPECT_EQ(ConfigureError(R"({"scene": {"camera": {"height": 4, "pitch": 15},
+                                         "stripe": {"core": 3, "edge": 1.5, "peak": 200}}})"),
+            "");
+  EXPECT_EQ(ConfigureError(R"({"faults": {"open": "always"}})"), "");
+  EXPECT_FALSE(Open());
+}
+
 }  // namespace
