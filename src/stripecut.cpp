@@ -59,12 +59,17 @@ RowScan ScanRow(const uint8_t* p, int step) {
   bool in_stripe = false;
   int far_rises = 0;
   for (int c = first;; c += step) {
+    if (!in_stripe) {
+      // Outside the stripe only a pixel of 100 or more can be a peak; pass
+      // over the others at once.
+      while (p[c] < kPeakMin && c != last) c += step;
+    }
     const int prev = p[c - step];
     const int cur = p[c];
     const int next = p[c + step];
     if (!in_stripe) {
-      if (prev < cur && next <= cur && cur >= kPeakMin && next >= kPeakMin &&
-          prev >= kPeakPrevMin) {
+      if (cur >= kPeakMin && next >= kPeakMin && prev >= kPeakPrevMin && prev < cur &&
+          next <= cur) {
         ++scan.peaks;
         if (scan.peaks == 1) {
           scan.peak_col = c;
