@@ -21,7 +21,7 @@ constexpr int kFirstCol = 1;
 constexpr int kLastCol = kStripeCols - 2;  // 638
 
 // Peak thresholds: the peak pixel and the one after it in walking order must
-// be bright, the one before it at least half bright.
+// be at least 100, the one before it at least 80.
 constexpr int kPeakMin = 100;
 constexpr int kPeakPrevMin = 80;
 // A pixel this dark or darker ends the stripe in a row's walk.
@@ -173,6 +173,9 @@ void SearchCutLine(StripeCut* cut) {
   int steep = 0;
   for (uint16_t i = kSearchMargin; i < n - kSearchMargin; ++i) {
     const StripePoint& pt = pts[i];
+    // With one point per row from row 479 up to row 2, points 10 to N - 11
+    // lie in rows 12 to 469 and columns 2 to 638, so this test never skips a
+    // point; it stays as part of the rule.
     if (!(std::ceil(pt.x) > 0 && std::floor(pt.x) < kStripeCols && std::floor(pt.y) < 470 &&
           std::ceil(pt.y) > 10)) {
       cut->roles[i] = StripePointRole::kOutside;
