@@ -229,7 +229,7 @@ StripeCutStop Cut(const cv::Mat& picture, int mode, StripeCut* cut) {
   if (static_cast<int>(cut->points.size()) < kMinPoints) return StripeCutStop::kTooFewPoints;
   SearchCutLine(cut);
   if (!cut->cut_found) return StripeCutStop::kNoCutLine;
-  if (cut->num2 < kMinAfterCut || cut->G < kMinChecks) return StripeCutStop::kCutRejected;
+  if (cut->num2 < kMinAfterCut || cut->G < kMinChecks) return StripeCutStop::kCutRefused;
   KeepAboveCut(picture, cut);
   return StripeCutStop::kCut;
 }

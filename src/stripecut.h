@@ -66,7 +66,7 @@ enum class StripeCutStop : uint8_t {
   kTwoStripes,    // result 1: a row showed two stripe peaks
   kTooFewPoints,  // result 2: fewer than 50 stripe points
   kNoCutLine,     // result 2: no seven steep checks in a row
-  kCutRejected,   // result 2: a cut line, but num2 below 80 or G below 10
+  kCutRefused,    // result 2: a cut line, but num2 below 80 or G below 10
 };
 
 struct StripeCut {

@@ -318,7 +318,7 @@ TEST_P(BothWalksTest, FiftyPointsAreSearchedForTheCutLine) {
   // Upright everywhere: every check is steep, the seventh (point 16) cuts.
   const StripeCut cut = CutAsDrawn(StripeFromBottom(std::vector<double>(50, 300.0)));
   EXPECT_EQ(cut.points.size(), 50u);
-  EXPECT_EQ(cut.stop, StripeCutStop::kCutRejected);
+  EXPECT_EQ(cut.stop, StripeCutStop::kCutRefused);
   EXPECT_EQ(cut.result, 2);
   ASSERT_TRUE(cut.cut_found);
   EXPECT_EQ(cut.cut_line, 479 - 16);
@@ -520,7 +520,7 @@ TEST_P(BothWalksTest, Num2Of79IsTooFew) {
   EXPECT_EQ(cut.G, 10);
   EXPECT_EQ(cut.num2, 79);
   EXPECT_TRUE(cut.cut_found);
-  EXPECT_EQ(cut.stop, StripeCutStop::kCutRejected);
+  EXPECT_EQ(cut.stop, StripeCutStop::kCutRefused);
   EXPECT_EQ(cut.result, 2);
   EXPECT_TRUE(cut.picture.empty());
 }
@@ -531,7 +531,7 @@ TEST_P(BothWalksTest, GOf9IsTooFew) {
   EXPECT_EQ(cut.G, 9);
   EXPECT_EQ(cut.num2, 81);
   EXPECT_EQ(cut.cut_line, 479 - 18);
-  EXPECT_EQ(cut.stop, StripeCutStop::kCutRejected);
+  EXPECT_EQ(cut.stop, StripeCutStop::kCutRefused);
   EXPECT_EQ(cut.result, 2);
 }
 

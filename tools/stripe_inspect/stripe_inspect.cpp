@@ -250,7 +250,7 @@ Report MakeReport(const StripeCut& cut, const Options& options) {
       report.outcome = "no_cut_line";
       words << "no cut line (no seven steep checks in a row)";
       break;
-    case StripeCutStop::kCutRejected:
+    case StripeCutStop::kCutRefused:
       report.outcome = "cut_refused";
       words << "cut line at row " << cut.cut_line << " refused: num2 " << cut.num2
             << " (80 needed), G " << cut.G << " (10 needed)";
