@@ -21,7 +21,7 @@ constexpr int kFirstCol = 1;
 constexpr int kLastCol = kStripeCols - 2;  // 638
 
 // Peak thresholds: the peak pixel and the one after it in walking order must
-// be bright, the one before it at least half bright.
+// be at least 100, the one before it at least 80.
 constexpr int kPeakMin = 100;
 constexpr int kPeakPrevMin = 80;
 // A pixel this dark or darker ends the stripe in a row's walk.
@@ -59,12 +59,17 @@ RowScan ScanRow(const uint8_t* p, int step) {
   bool in_stripe = false;
   int far_rises = 0;
   for (int c = first;; c += step) {
+    if (!in_stripe) {
+      // Outside the stripe only a pixel of 100 or more can be a peak; pass
+      // over the others at once.
+      while (p[c] < kPeakMin && c != last) c += step;
+    }
     const int prev = p[c - step];
     const int cur = p[c];
     const int next = p[c + step];
     if (!in_stripe) {
-      if (prev < cur && next <= cur && cur >= kPeakMin && next >= kPeakMin &&
-          prev >= kPeakPrevMin) {
+      if (cur >= kPeakMin && next >= kPeakMin && prev >= kPeakPrevMin && prev < cur &&
+          next <= cur) {
         ++scan.peaks;
         if (scan.peaks == 1) {
           scan.peak_col = c;
@@ -168,6 +173,9 @@ void SearchCutLine(StripeCut* cut) {
   int steep = 0;
   for (uint16_t i = kSearchMargin; i < n - kSearchMargin; ++i) {
     const StripePoint& pt = pts[i];
+    // With one point per row from row 479 up to row 2, points 10 to N - 11
+    // lie in rows 12 to 469 and columns 2 to 638, so this test never skips a
+    // point; it stays as part of the rule.
     if (!(std::ceil(pt.x) > 0 && std::floor(pt.x) < kStripeCols && std::floor(pt.y) < 470 &&
           std::ceil(pt.y) > 10)) {
       cut->roles[i] = StripePointRole::kOutside;
@@ -221,7 +229,7 @@ StripeCutStop Cut(const cv::Mat& picture, int mode, StripeCut* cut) {
   if (static_cast<int>(cut->points.size()) < kMinPoints) return StripeCutStop::kTooFewPoints;
   SearchCutLine(cut);
   if (!cut->cut_found) return StripeCutStop::kNoCutLine;
-  if (cut->num2 < kMinAfterCut || cut->G < kMinChecks) return StripeCutStop::kCutRejected;
+  if (cut->num2 < kMinAfterCut || cut->G < kMinChecks) return StripeCutStop::kCutRefused;
   KeepAboveCut(picture, cut);
   return StripeCutStop::kCut;
 }

@@ -44,7 +44,8 @@ struct StripePoint {
 // What the cut-line search made of a point.
 enum class StripePointRole : uint8_t {
   kUnchecked,   // among the first or last ten points: only a neighbour or slope end
-  kOutside,     // outside the checked area (row above 10 and below 470 required)
+  kOutside,     // outside the checked area (rows 11 to 469); cannot happen with
+                //   one point per row, kept as a guard
   kStray,       // 11 or fewer of its 18 neighbours agree; skipped
   kSlopeCheck,  // agrees with its neighbours, at or before the cut: one slope check (G)
   kAfterCut,    // agrees with its neighbours, after the cut (num2)
@@ -65,7 +66,7 @@ enum class StripeCutStop : uint8_t {
   kTwoStripes,    // result 1: a row showed two stripe peaks
   kTooFewPoints,  // result 2: fewer than 50 stripe points
   kNoCutLine,     // result 2: no seven steep checks in a row
-  kCutRejected,   // result 2: a cut line, but num2 below 80 or G below 10
+  kCutRefused,    // result 2: a cut line, but num2 below 80 or G below 10
 };
 
 struct StripeCut {

@@ -113,6 +113,20 @@ TEST_P(BothWalksTest, CentreWeighsTheRunOfPixelsOf100AndMore) {
   EXPECT_FLOAT_EQ(cut.points[0].x, X((150.0f * 301 + 200.0f * 302 + 120.0f * 303) / 470.0f));
 }
 
+TEST(StripeCutTest, CentreIsTheQuotientOfTheIntegerSumsAsFloats) {
+  // 80, then 101 from column 4 to 639: one peak at 4, a run from 4 to 638.
+  // The weighted sum 101 * (4 + ... + 638) = 20587335 is beyond the 24 bits
+  // a float holds exactly, so the centre is not the run's exact middle, 321.
+  cv::Mat picture = RowPicture(3, {80});
+  for (int c = 4; c < 640; ++c) picture.at<uint8_t>(kRow, c) = 101;
+  const StripeCut cut = Cut(picture, kLeft);
+  ASSERT_EQ(cut.points.size(), 1u);
+  const float weighted = 20587335.0f;  // rounded to a float
+  const float sum = 101.0f * 635;
+  EXPECT_EQ(cut.points[0].x, weighted / sum);
+  EXPECT_NE(cut.points[0].x, 321.0f);
+}
+
 // --- The stripe's end in a row: dark gaps and far rises ---------------------
 
 TEST_P(BothWalksTest, PixelOf9EndsTheStripeSoAFurtherPeakIsASecondStripe) {
@@ -304,7 +318,7 @@ TEST_P(BothWalksTest, FiftyPointsAreSearchedForTheCutLine) {
   // Upright everywhere: every check is steep, the seventh (point 16) cuts.
   const StripeCut cut = CutAsDrawn(StripeFromBottom(std::vector<double>(50, 300.0)));
   EXPECT_EQ(cut.points.size(), 50u);
-  EXPECT_EQ(cut.stop, StripeCutStop::kCutRejected);
+  EXPECT_EQ(cut.stop, StripeCutStop::kCutRefused);
   EXPECT_EQ(cut.result, 2);
   ASSERT_TRUE(cut.cut_found);
   EXPECT_EQ(cut.cut_line, 479 - 16);
@@ -506,7 +520,7 @@ TEST_P(BothWalksTest, Num2Of79IsTooFew) {
   EXPECT_EQ(cut.G, 10);
   EXPECT_EQ(cut.num2, 79);
   EXPECT_TRUE(cut.cut_found);
-  EXPECT_EQ(cut.stop, StripeCutStop::kCutRejected);
+  EXPECT_EQ(cut.stop, StripeCutStop::kCutRefused);
   EXPECT_EQ(cut.result, 2);
   EXPECT_TRUE(cut.picture.empty());
 }
@@ -517,7 +531,7 @@ TEST_P(BothWalksTest, GOf9IsTooFew) {
   EXPECT_EQ(cut.G, 9);
   EXPECT_EQ(cut.num2, 81);
   EXPECT_EQ(cut.cut_line, 479 - 18);
-  EXPECT_EQ(cut.stop, StripeCutStop::kCutRejected);
+  EXPECT_EQ(cut.stop, StripeCutStop::kCutRefused);
   EXPECT_EQ(cut.result, 2);
 }
 

@@ -1,0 +1,119 @@
+#include "tools/stripe_inspect/overlay.h"
+
+#include <cmath>
+#include <opencv2/imgproc.hpp>
+
+namespace stripeinspect {
+
+namespace {
+
+using kivplugcali::SlopeCheck;
+using kivplugcali::StripeCut;
+using kivplugcali::StripeCutStop;
+using kivplugcali::StripePointRole;
+
+constexpr int kEdgeBar = 3;  // width of the scanned-row bars at either edge
+
+// A point as a tick on its own row, `reach` pixels to either side.
+void Tick(cv::Mat& out, float x, float y, int reach, const cv::Scalar& colour) {
+  const int row = static_cast<int>(std::floor(y));
+  const int col = static_cast<int>(std::lround(x));
+  cv::line(out, {col - reach, row}, {col + reach, row}, colour, 1);
+}
+
+cv::Scalar PointColour(const StripeCut& cut, std::size_t j, const SlopeCheck* check) {
+  if (cut.roles.empty()) return colour::kUnchecked;
+  switch (cut.roles[j]) {
+    case StripePointRole::kUnchecked:
+      return colour::kUnchecked;
+    case StripePointRole::kOutside:
+      return colour::kOutside;
+    case StripePointRole::kStray:
+      return colour::kStray;
+    case StripePointRole::kAfterCut:
+      return colour::kAfterCut;
+    case StripePointRole::kSlopeCheck:
+      return check != nullptr && check->k1 > 3 ? colour::kSteep : colour::kShallow;
+  }
+  return colour::kUnchecked;
+}
+
+void DrawScannedRows(cv::Mat& out, const StripeCut& cut) {
+  // The scan runs from row 479 up to row 2, or up to the row with two peaks.
+  const int last_scanned = cut.stop == StripeCutStop::kTwoStripes ? cut.two_stripe_row : 2;
+  for (int r = 0; r < out.rows; ++r) {
+    const cv::Scalar& c = r >= last_scanned ? colour::kScannedRow : colour::kUnscannedRow;
+    cv::line(out, {0, r}, {kEdgeBar - 1, r}, c, 1);
+    cv::line(out, {out.cols - kEdgeBar, r}, {out.cols - 1, r}, c, 1);
+  }
+}
+
+void DrawKeptRegion(cv::Mat& out, const StripeCut& cut) {
+  if (!cut.cut_found) return;
+  const int top = 30;
+  const int bottom = cut.cut_line - 31;  // last kept row
+  if (bottom < top) return;
+  const cv::Rect area(1, top, 638, bottom - top + 1);
+  if (cut.result == 0) {
+    cv::Mat tint(area.size(), out.type(), colour::kKept);
+    cv::addWeighted(out(area), 0.8, tint, 0.2, 0.0, out(area));
+    cv::rectangle(out, area, colour::kKept, 1);
+  } else {
+    cv::rectangle(out, area, colour::kRefused, 1);
+  }
+}
+
+void DrawCaption(cv::Mat& out, const std::string& caption) {
+  int baseline = 0;
+  const double scale = 0.45;
+  const cv::Size size = cv::getTextSize(caption, cv::FONT_HERSHEY_SIMPLEX, scale, 1, &baseline);
+  cv::rectangle(out, {kEdgeBar + 2, 2}, {kEdgeBar + 8 + size.width, 8 + size.height + baseline},
+                cv::Scalar(0, 0, 0), cv::FILLED);
+  cv::putText(out, caption, {kEdgeBar + 5, 5 + size.height}, cv::FONT_HERSHEY_SIMPLEX, scale,
+              cv::Scalar(255, 255, 255), 1, cv::LINE_AA);
+}
+
+}  // namespace
+
+cv::Mat DrawOverlay(const cv::Mat& picture, const StripeCut& cut, const std::string& caption) {
+  // The picture, dimmed so that the marks stand out.
+  cv::Mat dimmed;
+  picture.convertTo(dimmed, CV_8UC1, 0.6);
+  cv::Mat out;
+  cv::cvtColor(dimmed, out, cv::COLOR_GRAY2BGR);
+
+  DrawKeptRegion(out, cut);
+  DrawScannedRows(out, cut);
+
+  // Every stripe point, coloured by what the search made of it; slope checks
+  // are drawn wider.
+  std::vector<const SlopeCheck*> check_of(cut.points.size(), nullptr);
+  for (const SlopeCheck& check : cut.checks) check_of[check.point] = &check;
+  for (std::size_t j = 0; j < cut.points.size(); ++j) {
+    Tick(out, cut.points[j].x, cut.points[j].y, check_of[j] != nullptr ? 3 : 1,
+         PointColour(cut, j, check_of[j]));
+  }
+
+  if (cut.cut_found) {
+    cv::line(out, {0, cut.cut_line}, {out.cols - 1, cut.cut_line}, colour::kCutLine, 1);
+    for (const SlopeCheck& check : cut.checks) {
+      if (!check.cut) continue;
+      const auto& p = cut.points[check.point];
+      cv::circle(out, {static_cast<int>(std::lround(p.x)), static_cast<int>(p.y)}, 5,
+                 colour::kCutCheck, 1, cv::LINE_AA);
+    }
+  }
+
+  if (cut.stop == StripeCutStop::kTwoStripes) {
+    const int r = cut.two_stripe_row;
+    cv::line(out, {kEdgeBar, r}, {out.cols - 1 - kEdgeBar, r}, colour::kTwoStripes, 1);
+    for (int col : {cut.first_peak_col, cut.second_peak_col}) {
+      cv::circle(out, {col, r}, 6, colour::kPeak, 1, cv::LINE_AA);
+    }
+  }
+
+  DrawCaption(out, caption);
+  return out;
+}
+
+}  // namespace stripeinspect
