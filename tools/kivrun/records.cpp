@@ -11,22 +11,22 @@ namespace kivrun {
 namespace {
 
 template <typename T>
-RecordSpec MakeSpec(const char* name, std::vector<FieldSpec> fields) {
-  RecordSpec spec;
-  spec.name = name;
-  spec.type = &typeid(T);
-  spec.fields = std::move(fields);
-  spec.make = [] { return std::shared_ptr<void>(new T(), [](void* p) { delete static_cast<T*>(p); }); };
-  spec.publish = [](const std::shared_ptr<kiv::TopicRecord>& topic, const std::string& topic_name,
+RecordLayout MakeLayout(const char* name, std::vector<FieldLayout> fields) {
+  RecordLayout layout;
+  layout.name = name;
+  layout.type = &typeid(T);
+  layout.fields = std::move(fields);
+  layout.make = [] { return std::shared_ptr<void>(new T(), [](void* p) { delete static_cast<T*>(p); }); };
+  layout.publish = [](const std::shared_ptr<kiv::TopicRecord>& topic, const std::string& topic_name,
                     void* record, const std::string& tag) {
     kiv::Publisher<T> publisher(topic, topic_name);
     publisher.publishWithLine(static_cast<T*>(record), tag);
   };
-  spec.watch = [](kiv::Host& host, const std::string& who, const std::string& topic,
+  layout.watch = [](kiv::Host& host, const std::string& who, const std::string& topic,
                   std::function<void(const void*)> watcher) {
     host.Subscribe<T>(who, topic, [watcher](T* record) { watcher(record); });
   };
-  return spec;
+  return layout;
 }
 
 constexpr std::size_t Width(FieldKind kind) {
@@ -44,19 +44,19 @@ constexpr std::size_t Width(FieldKind kind) {
 }
 
 #define KIVRUN_FIELD(Record, member, kind) \
-  FieldSpec { #member, offsetof(Record, member), kind, int(sizeof(Record::member) / Width(kind)), false }
+  FieldLayout { #member, offsetof(Record, member), kind, int(sizeof(Record::member) / Width(kind)), false }
 #define KIVRUN_PADDING(Record, member) \
-  FieldSpec { #member, offsetof(Record, member), FieldKind::kU8, int(sizeof(Record::member)), true }
+  FieldLayout { #member, offsetof(Record, member), FieldKind::kU8, int(sizeof(Record::member)), true }
 
-const std::vector<RecordSpec>& Specs() {
-  static const std::vector<RecordSpec> specs = [] {
+const std::vector<RecordLayout>& Layouts() {
+  static const std::vector<RecordLayout> layouts = [] {
     using K = FieldKind;
-    std::vector<RecordSpec> all;
-    all.push_back(MakeSpec<kiv_camera_cali_msg>(
+    std::vector<RecordLayout> all;
+    all.push_back(MakeLayout<kiv_camera_cali_msg>(
         "kiv_camera_cali_msg", {KIVRUN_FIELD(kiv_camera_cali_msg, distance, K::kU16)}));
-    all.push_back(MakeSpec<kiv_msg_laser_calibration>(
+    all.push_back(MakeLayout<kiv_msg_laser_calibration>(
         "kiv_msg_laser_calibration", {KIVRUN_FIELD(kiv_msg_laser_calibration, distance, K::kU16)}));
-    all.push_back(MakeSpec<kiv_camera_calires_msg>(
+    all.push_back(MakeLayout<kiv_camera_calires_msg>(
         "kiv_camera_calires_msg", {KIVRUN_FIELD(kiv_camera_calires_msg, kind, K::kU8),
                                    KIVRUN_FIELD(kiv_camera_calires_msg, camera_state, K::kU8),
                                    KIVRUN_FIELD(kiv_camera_calires_msg, distance, K::kU16),
@@ -68,19 +68,19 @@ const std::vector<RecordSpec>& Specs() {
                                    KIVRUN_FIELD(kiv_camera_calires_msg, plane_result, K::kU8),
                                    KIVRUN_FIELD(kiv_camera_calires_msg, check_result, K::kU8),
                                    KIVRUN_PADDING(kiv_camera_calires_msg, reserved)}));
-    all.push_back(MakeSpec<kiv_msg_laser_state>("kiv_msg_laser_state", {}));
-    all.push_back(MakeSpec<LaserClibrMsg>("LaserClibrMsg",
+    all.push_back(MakeLayout<kiv_msg_laser_state>("kiv_msg_laser_state", {}));
+    all.push_back(MakeLayout<LaserClibrMsg>("LaserClibrMsg",
                                           {KIVRUN_FIELD(LaserClibrMsg, kind, K::kU8),
                                            KIVRUN_PADDING(LaserClibrMsg, reserved0),
                                            KIVRUN_FIELD(LaserClibrMsg, plane_data, K::kU16),
                                            KIVRUN_FIELD(LaserClibrMsg, result, K::kI32)}));
-    all.push_back(MakeSpec<CameraClibrIEParamMsg>(
+    all.push_back(MakeLayout<CameraClibrIEParamMsg>(
         "CameraClibrIEParamMsg", {KIVRUN_FIELD(CameraClibrIEParamMsg, kind, K::kU8),
                                   KIVRUN_FIELD(CameraClibrIEParamMsg, ieparam1, K::kU8),
                                   KIVRUN_FIELD(CameraClibrIEParamMsg, ieparam2, K::kU8),
                                   KIVRUN_PADDING(CameraClibrIEParamMsg, reserved0),
                                   KIVRUN_FIELD(CameraClibrIEParamMsg, ieparam3, K::kU16)}));
-    all.push_back(MakeSpec<kiv_camera_distance_msg>(
+    all.push_back(MakeLayout<kiv_camera_distance_msg>(
         "kiv_camera_distance_msg", {KIVRUN_FIELD(kiv_camera_distance_msg, kind, K::kI8),
                                     KIVRUN_PADDING(kiv_camera_distance_msg, reserved0),
                                     KIVRUN_FIELD(kiv_camera_distance_msg, distance, K::kU16),
@@ -88,14 +88,14 @@ const std::vector<RecordSpec>& Specs() {
                                     KIVRUN_FIELD(kiv_camera_distance_msg, far_values, K::kI16),
                                     KIVRUN_FIELD(kiv_camera_distance_msg, status, K::kU8),
                                     KIVRUN_PADDING(kiv_camera_distance_msg, reserved1)}));
-    all.push_back(MakeSpec<kiv_camera_calicheck_msg>(
+    all.push_back(MakeLayout<kiv_camera_calicheck_msg>(
         "kiv_camera_calicheck_msg", {KIVRUN_FIELD(kiv_camera_calicheck_msg, mode, K::kU16)}));
-    all.push_back(MakeSpec<kiv_laserpower_msg>(
+    all.push_back(MakeLayout<kiv_laserpower_msg>(
         "kiv_laserpower_msg", {KIVRUN_FIELD(kiv_laserpower_msg, power_a, K::kU16),
                                KIVRUN_FIELD(kiv_laserpower_msg, power_b, K::kU16)}));
     return all;
   }();
-  return specs;
+  return layouts;
 }
 
 int64_t ReadElement(const uint8_t* at, FieldKind kind) {
@@ -163,7 +163,7 @@ void WriteElement(uint8_t* at, FieldKind kind, int64_t value) {
   }
 }
 
-int64_t CheckedValue(const FieldSpec& field, const rapidjson::Value& value) {
+int64_t CheckedValue(const FieldLayout& field, const rapidjson::Value& value) {
   int64_t low = 0, high = 0;
   Range(field.kind, low, high);
   if (!value.IsInt64() || value.GetInt64() < low || value.GetInt64() > high) {
@@ -175,35 +175,35 @@ int64_t CheckedValue(const FieldSpec& field, const rapidjson::Value& value) {
 
 }  // namespace
 
-const RecordSpec* FindRecord(const std::type_info& type) {
-  for (const RecordSpec& spec : Specs()) {
-    if (*spec.type == type) return &spec;
+const RecordLayout* FindRecord(const std::type_info& type) {
+  for (const RecordLayout& layout : Layouts()) {
+    if (*layout.type == type) return &layout;
   }
   return nullptr;
 }
 
-const RecordSpec* FindRecord(const std::string& name) {
-  for (const RecordSpec& spec : Specs()) {
-    if (spec.name == name) return &spec;
+const RecordLayout* FindRecord(const std::string& name) {
+  for (const RecordLayout& layout : Layouts()) {
+    if (layout.name == name) return &layout;
   }
   return nullptr;
 }
 
 std::string KnownRecordNames() {
   std::string names;
-  for (const RecordSpec& spec : Specs()) names += (names.empty() ? "" : ", ") + spec.name;
+  for (const RecordLayout& layout : Layouts()) names += (names.empty() ? "" : ", ") + layout.name;
   return names;
 }
 
-void DecodeFields(const RecordSpec& spec, const void* record, rapidjson::Value& out,
+void DecodeFields(const RecordLayout& layout, const void* record, rapidjson::Value& out,
                   rapidjson::Document::AllocatorType& allocator) {
-  if (*spec.type == typeid(kiv_msg_laser_state)) {
+  if (*layout.type == typeid(kiv_msg_laser_state)) {
     const std::string& text = static_cast<const kiv_msg_laser_state*>(record)->text;
     out.AddMember("text", rapidjson::Value(text.data(), static_cast<rapidjson::SizeType>(text.size()), allocator), allocator);
     return;
   }
   const auto* bytes = static_cast<const uint8_t*>(record);
-  for (const FieldSpec& field : spec.fields) {
+  for (const FieldLayout& field : layout.fields) {
     const uint8_t* at = bytes + field.offset;
     const std::size_t width = Width(field.kind);
     if (field.padding) {
@@ -224,9 +224,9 @@ void DecodeFields(const RecordSpec& spec, const void* record, rapidjson::Value& 
   }
 }
 
-void EncodeFields(const RecordSpec& spec, const rapidjson::Value& fields, void* record) {
+void EncodeFields(const RecordLayout& layout, const rapidjson::Value& fields, void* record) {
   if (!fields.IsObject()) throw std::invalid_argument("\"fields\" must be an object");
-  if (*spec.type == typeid(kiv_msg_laser_state)) {
+  if (*layout.type == typeid(kiv_msg_laser_state)) {
     for (const auto& member : fields.GetObject()) {
       if (std::string(member.name.GetString()) != "text" || !member.value.IsString()) {
         throw std::invalid_argument("kiv_msg_laser_state takes only a string member \"text\"");
@@ -238,14 +238,14 @@ void EncodeFields(const RecordSpec& spec, const rapidjson::Value& fields, void* 
   auto* bytes = static_cast<uint8_t*>(record);
   for (const auto& member : fields.GetObject()) {
     const std::string key = member.name.GetString();
-    const FieldSpec* field = nullptr;
-    for (const FieldSpec& f : spec.fields) {
+    const FieldLayout* field = nullptr;
+    for (const FieldLayout& f : layout.fields) {
       if (key == f.name) field = &f;
     }
     if (field == nullptr) {
       std::string names;
-      for (const FieldSpec& f : spec.fields) names += (names.empty() ? "" : ", ") + std::string(f.name);
-      throw std::invalid_argument(spec.name + " has no field \"" + key + "\" (fields: " + names + ")");
+      for (const FieldLayout& f : layout.fields) names += (names.empty() ? "" : ", ") + std::string(f.name);
+      throw std::invalid_argument(layout.name + " has no field \"" + key + "\" (fields: " + names + ")");
     }
     uint8_t* at = bytes + field->offset;
     const std::size_t width = Width(field->kind);

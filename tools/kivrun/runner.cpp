@@ -24,8 +24,8 @@ std::string BaseName(const std::string& path) {
 
 std::string RecordName(const std::type_info& type) {
   if (type == typeid(KivJsonMsg)) return "KivJsonMsg";
-  const RecordSpec* spec = FindRecord(type);
-  return spec ? spec->name : std::string("unknown");
+  const RecordLayout* layout = FindRecord(type);
+  return layout ? layout->name : std::string("unknown");
 }
 
 class Run : public kiv::HostObserver, public sunxi_cam::sim::Observer {
@@ -102,14 +102,14 @@ void Run::OnAdvertise(const std::string& node, const std::string& topic,
   Fields f;
   f.Str("node", node).Str("topic", topic).Str("record", RecordName(type));
   log_.Write("advertise", f.value());
-  const RecordSpec* spec = FindRecord(type);
-  if (spec == nullptr || !watched_.insert(topic).second) return;
-  spec->watch(host_, "kivrun", topic, [this, spec, topic](const void* record) {
+  const RecordLayout* layout = FindRecord(type);
+  if (layout == nullptr || !watched_.insert(topic).second) return;
+  layout->watch(host_, "kivrun", topic, [this, layout, topic](const void* record) {
     const auto& stack = kiv::KivProcTimeRec::m_pInstance->m_publishInfo;
     Fields p;
-    p.Str("topic", topic).Str("tag", stack.empty() ? std::string() : stack.back()).Str("record", spec->name);
+    p.Str("topic", topic).Str("tag", stack.empty() ? std::string() : stack.back()).Str("record", layout->name);
     rapidjson::Value fields(rapidjson::kObjectType);
-    DecodeFields(*spec, record, fields, p.allocator());
+    DecodeFields(*layout, record, fields, p.allocator());
     p.value().AddMember("fields", fields, p.allocator());
     log_.Write("publish", p.value());
   });
@@ -368,27 +368,27 @@ void Run::Send(const Step& step) {
                         ": the node does not subscribe to \"" + step.topic +
                         "\"; name the record type with \"record\" to send anyway");
   }
-  const RecordSpec* spec = step.record.empty() ? FindRecord(*subscribed_.at(step.topic))
+  const RecordLayout* layout = step.record.empty() ? FindRecord(*subscribed_.at(step.topic))
                                                : FindRecord(step.record);
-  if (spec == nullptr) {
+  if (layout == nullptr) {
     throw ScenarioError(scenario_.path + ": step " + std::to_string(step.number) +
                         ": unknown record type \"" + step.record + "\" (known: " +
                         KnownRecordNames() + ")");
   }
-  std::shared_ptr<void> record = spec->make();
+  std::shared_ptr<void> record = layout->make();
   try {
-    EncodeFields(*spec, *step.value, record.get());
+    EncodeFields(*layout, *step.value, record.get());
   } catch (const std::invalid_argument& e) {
     throw ScenarioError(scenario_.path + ": step " + std::to_string(step.number) + ": " + e.what());
   }
   Fields f;
-  f.Int("step", step.number).Str("topic", step.topic).Str("record", spec->name);
+  f.Int("step", step.number).Str("topic", step.topic).Str("record", layout->name);
   rapidjson::Value fields(rapidjson::kObjectType);
-  DecodeFields(*spec, record.get(), fields, f.allocator());
+  DecodeFields(*layout, record.get(), fields, f.allocator());
   f.value().AddMember("fields", fields, f.allocator());
   log_.Write("send", f.value());
   try {
-    spec->publish(host_.FindTopic(step.topic), step.topic, record.get(), Tag(step));
+    layout->publish(host_.FindTopic(step.topic), step.topic, record.get(), Tag(step));
   } catch (...) {
     Exception("delivery of step " + std::to_string(step.number), std::current_exception());
   }

@@ -1,4 +1,4 @@
-#include "tools/stripe_inspect/overlay.h"
+#include "tools/stripe_tool/overlay.h"
 
 #include <cmath>
 #include <opencv2/imgproc.hpp>

@@ -1,5 +1,5 @@
 // stripe-inspect: runs the calibration node's laser stripe cut on a picture
-// file and reports what the node would do with it. See docs/stripe-inspect.md.
+// file and reports what the node would do with it. See docs/stripe-tool.md.
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
@@ -20,7 +20,7 @@
 
 #include "src/caligetpic.h"
 #include "src/stripecut.h"
-#include "tools/stripe_inspect/overlay.h"
+#include "tools/stripe_tool/overlay.h"
 
 namespace {
 

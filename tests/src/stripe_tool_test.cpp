@@ -18,7 +18,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const fs::path kDir = "/tmp/stripe_inspect_test";
+const fs::path kDir = "/tmp/stripe_tool_test";
 
 struct ToolRun {
   int status = -1;
