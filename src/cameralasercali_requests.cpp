@@ -20,6 +20,7 @@
 #include <iterator>
 #include <string>
 
+#include "src/calicodes.h"
 #include "src/caligetpic.h"
 #include "src/cameralasercali.h"
 
@@ -52,19 +53,6 @@ constexpr uint16_t kResetValue = 0x1111;
 constexpr uint16_t kCloseValue = 0x2222;
 constexpr uint16_t kLaserPowerValue = 0x4444;
 
-// Request codes of the requests to the calculation nodes.
-constexpr uint8_t kCodeFactory = 1;
-constexpr uint8_t kCodeFactoryAfterReset = 3;
-constexpr uint8_t kCodeApp = 4;
-constexpr uint8_t kCodeAppAfterReset = 5;
-
-// Reply kinds.
-constexpr uint8_t kKindCameraState = 1;
-constexpr uint8_t kKindDistance = 2;
-constexpr uint8_t kKindIEparam = 3;
-constexpr uint8_t kKindPlaneCheck = 4;
-constexpr uint8_t kKindLaserPowerCheck = 5;
-
 constexpr uint8_t kCameraClosed = 0;
 constexpr uint8_t kCameraOpen = 1;
 
@@ -74,7 +62,6 @@ constexpr uint16_t kDistanceRefused = 316;
 // Result fields of a calibration that could not start.
 constexpr int8_t kFailedIEparam = 60;
 constexpr uint16_t kFailedIEparam3 = 0x3CFF;
-constexpr uint16_t kFailedCheckData[4] = {6000, 600, 6000, 600};
 constexpr uint16_t kFailedPlaneValue = 60;
 constexpr uint8_t kFailedPlaneResult = 60;
 constexpr uint8_t kFailedCheckResult = 60;
@@ -128,7 +115,7 @@ template <typename Record>
 void WriteCalibrationFailed(Record& record) {
   record.kind = kKindPlaneCheck;
   record.distance = 0;
-  std::copy(std::begin(kFailedCheckData), std::end(kFailedCheckData), record.check_data);
+  std::copy(std::begin(kNoCheckData), std::end(kNoCheckData), record.check_data);
   std::fill(std::begin(record.plane_data), std::end(record.plane_data), kFailedPlaneValue);
   record.plane_result = kFailedPlaneResult;
   record.check_result = kFailedCheckResult;

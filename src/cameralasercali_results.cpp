@@ -14,6 +14,7 @@
 #include <string>
 #include <type_traits>
 
+#include "src/calicodes.h"
 #include "src/caligetpic.h"
 #include "src/cameralasercali.h"
 
@@ -32,26 +33,12 @@ constexpr char kTagCheckRequest[] = "src/cameralasercali_282";
 constexpr char kTagPlaneFailure[] = "src/cameralasercali_303";
 constexpr char kTagCheckResult[] = "src/cameralasercali_343";
 
-// Result kinds, of the result records and of the state text.
-constexpr uint8_t kKindDistance = 2;
-constexpr uint8_t kKindIEparam = 3;
-constexpr uint8_t kKindPlaneCheck = 4;
-constexpr uint8_t kKindDistanceResponse = 5;
-constexpr uint8_t kKindLaserPower = 6;
-
 // The plane calibration node's answer.
 constexpr uint8_t kPlaneResultKind = 2;
 constexpr int32_t kPlaneSuccess = 1;
 
-// Written in place of the check when the plane calibration failed.
-constexpr uint16_t kNoCheckData[4] = {6000, 600, 6000, 600};
+// Check result written when the plane calibration failed and no check was made.
 constexpr uint8_t kNoCheckResult = 255;
-
-// Check request modes: plain and reset-then-run, factory and app.
-constexpr uint16_t kCheckFactory = 1;
-constexpr uint16_t kCheckFactoryAfterReset = 3;
-constexpr uint16_t kCheckApp = 4;
-constexpr uint16_t kCheckAppAfterReset = 5;
 
 // The distance check node marks a result with kind 1.
 constexpr int8_t kDistanceResultKind = 1;
@@ -131,9 +118,9 @@ void StoreCheck(Record& record, const kiv_camera_calires_msg& result) {
 uint16_t TakeCheckMode() {
   if (cameraplaneCheck_reset_flag == 1) {
     cameraplaneCheck_reset_flag = 0;
-    return APP_USE != 0 ? kCheckAppAfterReset : kCheckFactoryAfterReset;
+    return APP_USE != 0 ? kCodeAppAfterReset : kCodeFactoryAfterReset;
   }
-  return APP_USE != 0 ? kCheckApp : kCheckFactory;
+  return APP_USE != 0 ? kCodeApp : kCodeFactory;
 }
 
 }  // namespace
