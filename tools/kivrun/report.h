@@ -1,0 +1,51 @@
+// The picture report of a round: one PNG contact sheet of every picture the
+// round wrote and a Markdown summary beside it.
+//
+// WriteReport reads each picture file as it stands when the round is over,
+// shrinks it to a labelled thumbnail (path and what was being taken) and
+// lays the thumbnails out in rows, in the order the pictures were first
+// written. App pictures (the stripe pictures and their cut results) are shown
+// with the stripe cut drawn over them, as stripe-inspect --overlay draws it.
+// A picture that cannot be read is shown as a grey tile saying so. The
+// summary lists the round's figures, then the pictures with their labels,
+// sizes and content hashes, and links to the sheet.
+#ifndef LASERCALI_TOOLS_KIVRUN_REPORT_H_
+#define LASERCALI_TOOLS_KIVRUN_REPORT_H_
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace kivrun {
+
+struct ReportPicture {
+  enum class Side { kNone, kLeft, kRight };
+  std::string path;       // the file as the node wrote it
+  std::string label;      // what was being taken, e.g. "distance 15", "chessboard"
+  bool app = false;       // written in app mode: drawn with the stripe cut over it
+  Side side = Side::kNone;  // laser of an app picture: the stripe cut's walk direction
+  int64_t size = 0;       // bytes, from the last write
+  std::string hash;       // FNV-1a 64 of the last write, as the event log shows it
+  int writes = 0;         // how often the round wrote it
+};
+
+struct ReportInput {
+  std::string scenario;     // scenario file
+  std::string description;  // the scenario's description
+  int exit_code = 0;        // kivrun's exit code
+  std::vector<std::pair<std::string, std::string>> summary;  // rows: figure, value
+  std::vector<ReportPicture> pictures;  // in the order they were first written
+};
+
+// Names of the two files, inside the report folder.
+inline constexpr char kReportSheet[] = "pictures.png";
+inline constexpr char kReportSummary[] = "report.md";
+
+// Writes DIR/pictures.png and DIR/report.md, making DIR if it is missing.
+// Throws std::runtime_error naming the file or folder it could not write.
+void WriteReport(const std::string& dir, const ReportInput& input);
+
+}  // namespace kivrun
+
+#endif  // LASERCALI_TOOLS_KIVRUN_REPORT_H_
