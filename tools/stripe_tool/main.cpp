@@ -228,35 +228,27 @@ Report MakeReport(const StripeCut& cut, const Options& options) {
     report.stray_points += role == kivplugcali::StripePointRole::kStray ? 1 : 0;
   }
 
-  std::ostringstream words;
   switch (cut.stop) {
     case StripeCutStop::kCut:
       report.outcome = "cut";
-      words << "cut at row " << cut.cut_line;
       break;
     case StripeCutStop::kTwoStripes:
       report.outcome = "two_stripes";
       report.two_stripe_row = cut.two_stripe_row;
       report.first_peak = cut.first_peak_col;
       report.second_peak = cut.second_peak_col;
-      words << "two stripes at row " << cut.two_stripe_row << " (peaks in columns "
-            << cut.first_peak_col << " and " << cut.second_peak_col << ")";
       break;
     case StripeCutStop::kTooFewPoints:
       report.outcome = "too_few_points";
-      words << "too few points: " << cut.points.size() << " (50 needed)";
       break;
     case StripeCutStop::kNoCutLine:
       report.outcome = "no_cut_line";
-      words << "no cut line (no seven steep checks in a row)";
       break;
     case StripeCutStop::kCutRefused:
       report.outcome = "cut_refused";
-      words << "cut line at row " << cut.cut_line << " refused: num2 " << cut.num2
-            << " (80 needed), G " << cut.G << " (10 needed)";
       break;
   }
-  report.words = words.str();
+  report.words = stripeinspect::DescribeCut(cut);
 
   if (cut.result == 0) {
     char name[128];

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <opencv2/imgproc.hpp>
+#include <sstream>
 
 namespace stripeinspect {
 
@@ -64,6 +65,7 @@ void DrawKeptRegion(cv::Mat& out, const StripeCut& cut) {
 }
 
 void DrawCaption(cv::Mat& out, const std::string& caption) {
+  if (caption.empty()) return;
   int baseline = 0;
   const double scale = 0.45;
   const cv::Size size = cv::getTextSize(caption, cv::FONT_HERSHEY_SIMPLEX, scale, 1, &baseline);
@@ -114,6 +116,30 @@ cv::Mat DrawOverlay(const cv::Mat& picture, const StripeCut& cut, const std::str
 
   DrawCaption(out, caption);
   return out;
+}
+
+std::string DescribeCut(const StripeCut& cut) {
+  std::ostringstream words;
+  switch (cut.stop) {
+    case StripeCutStop::kCut:
+      words << "cut at row " << cut.cut_line;
+      break;
+    case StripeCutStop::kTwoStripes:
+      words << "two stripes at row " << cut.two_stripe_row << " (peaks in columns "
+            << cut.first_peak_col << " and " << cut.second_peak_col << ")";
+      break;
+    case StripeCutStop::kTooFewPoints:
+      words << "too few points: " << cut.points.size() << " (50 needed)";
+      break;
+    case StripeCutStop::kNoCutLine:
+      words << "no cut line (no seven steep checks in a row)";
+      break;
+    case StripeCutStop::kCutRefused:
+      words << "cut line at row " << cut.cut_line << " refused: num2 " << cut.num2
+            << " (80 needed), G " << cut.G << " (10 needed)";
+      break;
+  }
+  return words.str();
 }
 
 }  // namespace stripeinspect

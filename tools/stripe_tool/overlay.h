@@ -1,6 +1,6 @@
 // The picture an engineer looks at to see why the stripe cut did what it did.
-#ifndef LASERCALI_TOOLS_STRIPE_INSPECT_OVERLAY_H_
-#define LASERCALI_TOOLS_STRIPE_INSPECT_OVERLAY_H_
+#ifndef LASERCALI_TOOLS_STRIPE_TOOL_OVERLAY_H_
+#define LASERCALI_TOOLS_STRIPE_TOOL_OVERLAY_H_
 
 #include <opencv2/core.hpp>
 #include <string>
@@ -28,10 +28,16 @@ const cv::Scalar kPeak(0, 255, 255);         // its two peaks
 }  // namespace colour
 
 // Draws `cut` over `picture` (the 480 x 640 8-bit picture that was cut) and
-// returns the colour picture, with `caption` written in its top left corner.
+// returns the colour picture, with `caption` written in its top left corner
+// (nothing is written there when `caption` is empty).
 cv::Mat DrawOverlay(const cv::Mat& picture, const kivplugcali::StripeCut& cut,
                     const std::string& caption);
 
+// How the cut ended, in words: "cut at row 300", "two stripes at row 210
+// (peaks in columns 250 and 330)", "too few points: 12 (50 needed)", "no cut
+// line (...)" or "cut line at row 300 refused: num2 ... G ...".
+std::string DescribeCut(const kivplugcali::StripeCut& cut);
+
 }  // namespace stripeinspect
 
-#endif  // LASERCALI_TOOLS_STRIPE_INSPECT_OVERLAY_H_
+#endif  // LASERCALI_TOOLS_STRIPE_TOOL_OVERLAY_H_

@@ -1,0 +1,29 @@
+// The layout of the picture report's contact sheet (pictures.png).
+//
+// The sheet is kColumns thumbnails wide whatever the number of pictures, so
+// that sheets of different rounds line up. Below a title band of
+// kTitleHeight pixels, thumbnail i sits in row i / kColumns and column
+// i % kColumns: kThumbWidth x kThumbHeight pixels of picture (a 640 x 480
+// picture at half size; other shapes are fitted in and centred on black),
+// with a label band of kBandHeight pixels under it. Thumbnails are kGap
+// apart and kMargin from the left, right and bottom edges. A round without
+// pictures gets a line of kEmptyHeight pixels saying so instead.
+#ifndef LASERCALI_TOOLS_KIVRUN_REPORT_LAYOUT_H_
+#define LASERCALI_TOOLS_KIVRUN_REPORT_LAYOUT_H_
+
+namespace kivrun {
+namespace sheet {
+
+constexpr int kColumns = 4;
+constexpr int kThumbWidth = 320;
+constexpr int kThumbHeight = 240;
+constexpr int kBandHeight = 80;
+constexpr int kTitleHeight = 84;
+constexpr int kMargin = 16;
+constexpr int kGap = 16;
+constexpr int kEmptyHeight = 40;
+
+}  // namespace sheet
+}  // namespace kivrun
+
+#endif  // LASERCALI_TOOLS_KIVRUN_REPORT_LAYOUT_H_
