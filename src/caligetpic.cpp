@@ -8,6 +8,7 @@
 #include <opencv2/imgcodecs.hpp>
 
 #include "framework/kiv_timer.h"
+#include "src/stripecut.h"
 
 namespace kivplugcali {
 
@@ -295,6 +296,34 @@ void KivNode_caligetpic::save_pic(int mode) {
   }
   save_pic_success |= side->bit;
   std::cout << side->store_label << d << std::endl;
+}
+
+// Cuts pic_save: stores it as the scan picture, traces the stripe and, when
+// the cut succeeds, stores the cut picture for the current distance.
+unsigned char KivNode_caligetpic::pic_carveup(int mode) {
+  cv::imwrite(StripeScanFile(mode), pic_save);
+
+  StripeCut cut;
+  CutStripe(pic_save, mode, &cut);
+
+  if (cut.stop == StripeCutStop::kTwoStripes) {
+    std::cout << "xxx peak_num >= 2" << std::endl;
+    return 1;
+  }
+  std::cout << "xxx qualified point num1 : " << cut.points.size() << std::endl;
+  if (cut.stop == StripeCutStop::kTooFewPoints) return 2;
+
+  for (const SlopeCheck& check : cut.checks) {
+    if (check.cut) std::cout << "xxx cut_line  " << cut.cut_line << std::endl;
+    std::cout << "xxx abs(k1)  " << check.k1 << std::endl;
+  }
+  std::cout << "xxx qualified point num2 : " << cut.num2 << " G " << cut.G << std::endl;
+  if (cut.result != 0) return 2;
+
+  FormatStripeCutFile(filename, sizeof(filename), mode == kStripeWalkLeft ? left_path : right_path,
+                      distance_curr, distance_delt);
+  cv::imwrite(filename, cut.picture);
+  return 0;
 }
 
 }  // namespace kivplugcali

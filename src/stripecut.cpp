@@ -5,11 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <iostream>
-#include <opencv2/imgcodecs.hpp>
 #include <stdexcept>
-
-#include "src/caligetpic.h"
 
 namespace kivplugcali {
 
@@ -265,34 +261,6 @@ void FormatStripeCutFile(char* out, std::size_t size, const std::string& folder,
                          uint16_t delt) {
   std::memset(out, 0, size);
   std::snprintf(out, size, "%s/%d.bmp", folder.c_str(), distance * 100 + delt);
-}
-
-// Cuts pic_save: stores it as the scan picture, traces the stripe and, when
-// the cut succeeds, stores the cut picture for the current distance.
-unsigned char KivNode_caligetpic::pic_carveup(int mode) {
-  cv::imwrite(StripeScanFile(mode), pic_save);
-
-  StripeCut cut;
-  CutStripe(pic_save, mode, &cut);
-
-  if (cut.stop == StripeCutStop::kTwoStripes) {
-    std::cout << "xxx peak_num >= 2" << std::endl;
-    return 1;
-  }
-  std::cout << "xxx qualified point num1 : " << cut.points.size() << std::endl;
-  if (cut.stop == StripeCutStop::kTooFewPoints) return 2;
-
-  for (const SlopeCheck& check : cut.checks) {
-    if (check.cut) std::cout << "xxx cut_line  " << cut.cut_line << std::endl;
-    std::cout << "xxx abs(k1)  " << check.k1 << std::endl;
-  }
-  std::cout << "xxx qualified point num2 : " << cut.num2 << " G " << cut.G << std::endl;
-  if (cut.result != 0) return 2;
-
-  FormatStripeCutFile(filename, sizeof(filename), mode == kStripeWalkLeft ? left_path : right_path,
-                      distance_curr, distance_delt);
-  cv::imwrite(filename, cut.picture);
-  return 0;
 }
 
 }  // namespace kivplugcali
