@@ -42,6 +42,8 @@ class MainLoop {
   int AddTimer(std::function<void()> callback, long delay_us, long period_us, std::string name);
   // Stops the timer; false when no such timer runs.
   bool DelTimer(int id);
+  // Stops every timer (before the code their callbacks live in goes away).
+  void Clear() { timers_.clear(); }
   bool HasTimer(int id) const { return timers_.count(id) != 0; }
   std::size_t TimerCount() const { return timers_.size(); }
   // Name of a running timer, empty if none.

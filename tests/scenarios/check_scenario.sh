@@ -9,7 +9,13 @@ kivrun=$1 scenario=$2 expected=$3 expected_exit=$4
 actual=$(mktemp)
 trap 'rm -f "$actual"' EXIT
 
-"$kivrun" --log "$actual" "$scenario"
+# Every scenario starts on a robot whose picture folders hold no pictures
+# yet, so what the calculation nodes find depends on the scenario alone.
+rm -f /tmp/left/*.bmp /tmp/right/*.bmp /tmp/pic/*.bmp /tmp/LL.bmp /tmp/RR.bmp
+
+# Run from the scenario's folder, so messages name the file as it stands
+# there, wherever the checkout is.
+(cd "$(dirname "$scenario")" && exec "$kivrun" --log "$actual" "$(basename "$scenario")")
 code=$?
 
 if [ "${LASERCALI_UPDATE_EXPECTED:-0}" = 1 ]; then

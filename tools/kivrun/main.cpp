@@ -1,9 +1,13 @@
 // kivrun: plays a scenario against the calibration node on a PC.
+#include <unistd.h>
+
 #include <cstring>
 #include <fstream>
 #include <iostream>
+#include <memory>
 #include <string>
 
+#include "tools/kivrun/progress.h"
 #include "tools/kivrun/runner.h"
 #include "tools/kivrun/scenario.h"
 
@@ -27,11 +31,20 @@ options:
   --log FILE          write the event log to FILE (default: standard output)
   --echo              also print the node's console lines on standard error
   --trace-times FILE  write the framework's time per delivery to FILE
+  --progress          show a line per finished "repeat" or "wait" step and,
+                      at the end, a summary of the round (on standard error)
+  --realtime          run the main loop on the wall clock: the 10 ms frame
+                      timer ticks every 10 ms of real time; with --progress,
+                      a progress bar is drawn on a terminal
+  --report DIR        write a picture report into DIR: pictures.png (every
+                      picture the round wrote) and report.md
   -h, --help          show this text
 
 exit codes: 0 the scenario ran to its end; 1 the scenario is wrong (the
-message names the file and the step); 2 bad command line; 3 the plug-in
-could not be loaded or the node could not be built.
+message names the file and the step); 2 bad command line (or the report
+could not be written); 3 the plug-in could not be loaded or the node could
+not be built; 4 a "repeat" or "wait" step did not get its answer within its
+limit (the message says what came instead).
 
 The scenario format and the event log are described in docs/kivrun.md.
 )";
@@ -47,7 +60,7 @@ int main(int argc, char** argv) {
   kivrun::Options options;
   options.plugin = KIVRUN_DEFAULT_PLUGIN;
   std::string scenario_path, config_path, log_path, trace_path;
-  bool echo = false;
+  bool echo = false, progress = false;
 
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];
@@ -67,8 +80,14 @@ int main(int argc, char** argv) {
       if (!value(log_path)) return UsageError("--log needs a file");
     } else if (arg == "--trace-times") {
       if (!value(trace_path)) return UsageError("--trace-times needs a file");
+    } else if (arg == "--report") {
+      if (!value(options.report_dir)) return UsageError("--report needs a folder");
     } else if (arg == "--echo") {
       echo = true;
+    } else if (arg == "--progress") {
+      progress = true;
+    } else if (arg == "--realtime") {
+      options.realtime = true;
     } else if (arg.size() > 1 && arg[0] == '-') {
       return UsageError("unknown option " + arg);
     } else if (scenario_path.empty()) {
@@ -96,6 +115,13 @@ int main(int argc, char** argv) {
   std::ostream terminal_err(std::cerr.rdbuf());
   std::ostream terminal_out(std::cout.rdbuf());
   if (echo) options.echo = &terminal_err;
+  std::unique_ptr<kivrun::Progress> display;
+  if (progress) {
+    const bool bar = options.realtime && isatty(STDERR_FILENO) != 0;
+    display = std::make_unique<kivrun::Progress>(terminal_err, bar,
+                                                 static_cast<int>(scenario.steps.size()));
+    options.progress = display.get();
+  }
 
   std::ofstream trace_file;
   if (!trace_path.empty()) {

@@ -16,14 +16,16 @@ RecordLayout MakeLayout(const char* name, std::vector<FieldLayout> fields) {
   layout.name = name;
   layout.type = &typeid(T);
   layout.fields = std::move(fields);
-  layout.make = [] { return std::shared_ptr<void>(new T(), [](void* p) { delete static_cast<T*>(p); }); };
+  layout.make = [] {
+    return std::shared_ptr<void>(new T(), [](void* p) { delete static_cast<T*>(p); });
+  };
   layout.publish = [](const std::shared_ptr<kiv::TopicRecord>& topic, const std::string& topic_name,
-                    void* record, const std::string& tag) {
+                      void* record, const std::string& tag) {
     kiv::Publisher<T> publisher(topic, topic_name);
     publisher.publishWithLine(static_cast<T*>(record), tag);
   };
   layout.watch = [](kiv::Host& host, const std::string& who, const std::string& topic,
-                  std::function<void(const void*)> watcher) {
+                    std::function<void(const void*)> watcher) {
     host.Subscribe<T>(who, topic, [watcher](T* record) { watcher(record); });
   };
   return layout;
@@ -43,10 +45,14 @@ constexpr std::size_t Width(FieldKind kind) {
   return 1;
 }
 
-#define KIVRUN_FIELD(Record, member, kind) \
-  FieldLayout { #member, offsetof(Record, member), kind, int(sizeof(Record::member) / Width(kind)), false }
-#define KIVRUN_PADDING(Record, member) \
-  FieldLayout { #member, offsetof(Record, member), FieldKind::kU8, int(sizeof(Record::member)), true }
+#define KIVRUN_FIELD(Record, member, kind)                                                    \
+  FieldLayout {                                                                               \
+#member, offsetof(Record, member), kind, int(sizeof(Record::member) / Width(kind)), false \
+  }
+#define KIVRUN_PADDING(Record, member)                                                   \
+  FieldLayout {                                                                          \
+#member, offsetof(Record, member), FieldKind::kU8, int(sizeof(Record::member)), true \
+  }
 
 const std::vector<RecordLayout>& Layouts() {
   static const std::vector<RecordLayout> layouts = [] {
@@ -69,11 +75,11 @@ const std::vector<RecordLayout>& Layouts() {
                                    KIVRUN_FIELD(kiv_camera_calires_msg, check_result, K::kU8),
                                    KIVRUN_PADDING(kiv_camera_calires_msg, reserved)}));
     all.push_back(MakeLayout<kiv_msg_laser_state>("kiv_msg_laser_state", {}));
-    all.push_back(MakeLayout<LaserClibrMsg>("LaserClibrMsg",
-                                          {KIVRUN_FIELD(LaserClibrMsg, kind, K::kU8),
-                                           KIVRUN_PADDING(LaserClibrMsg, reserved0),
-                                           KIVRUN_FIELD(LaserClibrMsg, plane_data, K::kU16),
-                                           KIVRUN_FIELD(LaserClibrMsg, result, K::kI32)}));
+    all.push_back(MakeLayout<LaserClibrMsg>(
+        "LaserClibrMsg",
+        {KIVRUN_FIELD(LaserClibrMsg, kind, K::kU8), KIVRUN_PADDING(LaserClibrMsg, reserved0),
+         KIVRUN_FIELD(LaserClibrMsg, plane_data, K::kU16),
+         KIVRUN_FIELD(LaserClibrMsg, result, K::kI32)}));
     all.push_back(MakeLayout<CameraClibrIEParamMsg>(
         "CameraClibrIEParamMsg", {KIVRUN_FIELD(CameraClibrIEParamMsg, kind, K::kU8),
                                   KIVRUN_FIELD(CameraClibrIEParamMsg, ieparam1, K::kU8),
@@ -199,7 +205,10 @@ void DecodeFields(const RecordLayout& layout, const void* record, rapidjson::Val
                   rapidjson::Document::AllocatorType& allocator) {
   if (*layout.type == typeid(kiv_msg_laser_state)) {
     const std::string& text = static_cast<const kiv_msg_laser_state*>(record)->text;
-    out.AddMember("text", rapidjson::Value(text.data(), static_cast<rapidjson::SizeType>(text.size()), allocator), allocator);
+    out.AddMember(
+        "text",
+        rapidjson::Value(text.data(), static_cast<rapidjson::SizeType>(text.size()), allocator),
+        allocator);
     return;
   }
   const auto* bytes = static_cast<const uint8_t*>(record);
@@ -244,8 +253,10 @@ void EncodeFields(const RecordLayout& layout, const rapidjson::Value& fields, vo
     }
     if (field == nullptr) {
       std::string names;
-      for (const FieldLayout& f : layout.fields) names += (names.empty() ? "" : ", ") + std::string(f.name);
-      throw std::invalid_argument(layout.name + " has no field \"" + key + "\" (fields: " + names + ")");
+      for (const FieldLayout& f : layout.fields)
+        names += (names.empty() ? "" : ", ") + std::string(f.name);
+      throw std::invalid_argument(layout.name + " has no field \"" + key + "\" (fields: " + names +
+                                  ")");
     }
     uint8_t* at = bytes + field->offset;
     const std::size_t width = Width(field->kind);
@@ -253,7 +264,8 @@ void EncodeFields(const RecordLayout& layout, const rapidjson::Value& fields, vo
       WriteElement(at, field->kind, CheckedValue(*field, member.value));
       continue;
     }
-    if (!member.value.IsArray() || member.value.Size() > static_cast<rapidjson::SizeType>(field->count)) {
+    if (!member.value.IsArray() ||
+        member.value.Size() > static_cast<rapidjson::SizeType>(field->count)) {
       throw std::invalid_argument("field \"" + key + "\" needs an array of at most " +
                                   std::to_string(field->count) + " integers");
     }

@@ -42,7 +42,7 @@ struct RecordLayout {
   std::function<std::shared_ptr<void>()> make;
   // Publishes `record` on `topic` with trace tag `tag`.
   std::function<void(const std::shared_ptr<kiv::TopicRecord>& topic, const std::string& name,
-                      void* record, const std::string& tag)>
+                     void* record, const std::string& tag)>
       publish;
   // Subscribes `watcher` to `topic` under the name `who`.
   std::function<void(kiv::Host& host, const std::string& who, const std::string& topic,

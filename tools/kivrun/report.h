@@ -4,7 +4,7 @@
 // WriteReport reads each picture file as it stands when the round is over,
 // shrinks it to a labelled thumbnail (path and what was being taken) and
 // lays the thumbnails out in rows, in the order the pictures were first
-// written. App pictures (the stripe pictures and their cut results) are shown
+// written. App stripe pictures (the pictures the stripe cut ran on) are shown
 // with the stripe cut drawn over them, as stripe-inspect --overlay draws it.
 // A picture that cannot be read is shown as a grey tile saying so. The
 // summary lists the round's figures, then the pictures with their labels,
@@ -21,21 +21,21 @@ namespace kivrun {
 
 struct ReportPicture {
   enum class Side { kNone, kLeft, kRight };
-  std::string path;       // the file as the node wrote it
-  std::string label;      // what was being taken, e.g. "distance 15", "chessboard"
-  bool app = false;       // written in app mode: drawn with the stripe cut over it
+  std::string path;         // the file as the node wrote it
+  std::string label;        // what was being taken, e.g. "distance 15", "chessboard"
+  bool app = false;         // an app stripe picture: drawn with the stripe cut over it
   Side side = Side::kNone;  // laser of an app picture: the stripe cut's walk direction
-  int64_t size = 0;       // bytes, from the last write
-  std::string hash;       // FNV-1a 64 of the last write, as the event log shows it
-  int writes = 0;         // how often the round wrote it
+  int64_t size = 0;         // bytes, from the last write
+  std::string hash;         // FNV-1a 64 of the last write, as the event log shows it
+  int writes = 0;           // how often the round wrote it
 };
 
 struct ReportInput {
-  std::string scenario;     // scenario file
-  std::string description;  // the scenario's description
-  int exit_code = 0;        // kivrun's exit code
+  std::string scenario;                                      // scenario file
+  std::string description;                                   // the scenario's description
+  int exit_code = 0;                                         // kivrun's exit code
   std::vector<std::pair<std::string, std::string>> summary;  // rows: figure, value
-  std::vector<ReportPicture> pictures;  // in the order they were first written
+  std::vector<ReportPicture> pictures;                       // in the order they were first written
 };
 
 // Names of the two files, inside the report folder.

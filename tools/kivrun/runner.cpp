@@ -1,18 +1,27 @@
 #include "tools/kivrun/runner.h"
 
+#include <chrono>
+#include <cstdio>
 #include <iostream>
+#include <limits>
 #include <memory>
 #include <set>
+#include <stdexcept>
 
 #include "framework/kiv.h"
 #include "msgs/calimsgs.h"
+#include "msgs/topics.h"
 #include "platform/kiv/describe.h"
 #include "platform/kiv/host.h"
 #include "platform/kiv/plugin.h"
 #include "platform/sunxi_cam/camera_sim.h"
 #include "platform/sunxi_cam/sunxi_cam.h"
 #include "tools/kivrun/file_watch.h"
+#include "tools/kivrun/progress.h"
 #include "tools/kivrun/records.h"
+#include "tools/kivrun/report.h"
+#include "tools/kivrun/responders.h"
+#include "tools/kivrun/round_summary.h"
 
 namespace kivrun {
 namespace {
@@ -26,6 +35,38 @@ std::string RecordName(const std::type_info& type) {
   if (type == typeid(KivJsonMsg)) return "KivJsonMsg";
   const RecordLayout* layout = FindRecord(type);
   return layout ? layout->name : std::string("unknown");
+}
+
+std::string JsonText(const rapidjson::Value& value) {
+  rapidjson::StringBuffer buffer;
+  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+  value.Accept(writer);
+  return buffer.GetString();
+}
+
+// True when `decoded` has every member of `wanted` with the same value; a
+// list in `wanted` matches the leading elements of the decoded array.
+bool FieldsMatch(const rapidjson::Value& wanted, const rapidjson::Value& decoded) {
+  for (const auto& member : wanted.GetObject()) {
+    auto it = decoded.FindMember(member.name);
+    if (it == decoded.MemberEnd()) return false;
+    const rapidjson::Value& have = it->value;
+    if (member.value.IsArray()) {
+      if (!have.IsArray() || have.Size() < member.value.Size()) return false;
+      for (rapidjson::SizeType i = 0; i < member.value.Size(); ++i) {
+        if (!(member.value[i] == have[i])) return false;
+      }
+    } else if (!(member.value == have)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+std::string Seconds(int64_t us) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.2f s", static_cast<double>(us) / 1e6);
+  return text;
 }
 
 class Run : public kiv::HostObserver, public sunxi_cam::sim::Observer {
@@ -57,15 +98,35 @@ class Run : public kiv::HostObserver, public sunxi_cam::sim::Observer {
   void OnBufferLeak(int64_t index, int64_t buffer) override;
 
  private:
+  // A "repeat" or "wait" step in progress: what it waits for, whether it
+  // came, and the last publication on the awaited topic that did not match.
+  struct Awaiting {
+    const Awaited* awaited;
+    bool matched = false;
+    std::string last;
+  };
+
   void CameraCall(const char* call, Fields& f, bool ok, const std::string& reason);
   void WatchPictures();
   void Console(const char* stream, const std::string& line);
   void Exception(const std::string& where, std::exception_ptr error);
-  // Runs one step; false when the run cannot go on.
-  bool PlayStep(const Step& step);
+  void Published(const std::string& topic, const rapidjson::Value& fields);
+  // Runs one step; kOk, or the exit code when the run cannot go on.
+  int PlayStep(const Step& step);
+  int Fail(const Step& step, int code, const std::string& what);
   void Send(const Step& step);
   void Json(const Step& step);
+  int Responder(const Step& step);
+  int Await(const Step& step);
+  // Moves the main loop on by `us`: at once on the virtual clock, in wall
+  // time on the real one (stopping early once `stop` says so).
+  void Pass(int64_t us, const std::function<bool()>& stop);
+  void RunTicks(int64_t count);
+  void Summarise(int code);
   void Teardown();
+  double WallSeconds() const {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - wall_start_).count();
+  }
   std::string Tag(const Step& step) const { return "kivrun/step_" + std::to_string(step.number); }
 
   const Scenario& scenario_;
@@ -73,9 +134,13 @@ class Run : public kiv::HostObserver, public sunxi_cam::sim::Observer {
   EventLog log_;
   std::ostream& errors_;
   kiv::Host host_;
-  std::set<std::string> watched_;
+  std::map<std::string, const RecordLayout*> watched_;  // topic -> record the node publishes
   FileWatch files_;
   bool log_frames_ = false;
+  std::unique_ptr<Responders> responders_;
+  RoundSummary summary_;
+  Awaiting* awaiting_ = nullptr;
+  std::chrono::steady_clock::time_point wall_start_ = std::chrono::steady_clock::now();
   std::map<std::string, const std::type_info*> subscribed_;  // topic -> record type the node takes
   // Destroyed in reverse: the node, then the builders, then the plug-in they live in.
   std::unique_ptr<kiv::NodeLibrary> library_;
@@ -87,7 +152,22 @@ void Run::Console(const char* stream, const std::string& line) {
   Fields f;
   f.Str("stream", stream).Str("text", line);
   log_.Write("console", f.value());
-  if (options_.echo) *options_.echo << line << '\n';
+  if (!options_.echo) return;
+  if (options_.progress) {
+    options_.progress->Line(line);
+  } else {
+    *options_.echo << line << '\n';
+  }
+}
+
+void Run::Published(const std::string& topic, const rapidjson::Value& fields) {
+  summary_.Published(topic, fields);
+  if (awaiting_ == nullptr || awaiting_->matched || topic != awaiting_->awaited->topic) return;
+  if (FieldsMatch(*awaiting_->awaited->fields, fields)) {
+    awaiting_->matched = true;
+  } else {
+    awaiting_->last = JsonText(fields);
+  }
 }
 
 void Run::Exception(const std::string& where, std::exception_ptr error) {
@@ -103,20 +183,23 @@ void Run::OnAdvertise(const std::string& node, const std::string& topic,
   f.Str("node", node).Str("topic", topic).Str("record", RecordName(type));
   log_.Write("advertise", f.value());
   const RecordLayout* layout = FindRecord(type);
-  if (layout == nullptr || !watched_.insert(topic).second) return;
+  if (layout == nullptr || !watched_.emplace(topic, layout).second) return;
   layout->watch(host_, "kivrun", topic, [this, layout, topic](const void* record) {
     const auto& stack = kiv::KivProcTimeRec::m_pInstance->m_publishInfo;
     Fields p;
-    p.Str("topic", topic).Str("tag", stack.empty() ? std::string() : stack.back()).Str("record", layout->name);
+    p.Str("topic", topic)
+        .Str("tag", stack.empty() ? std::string() : stack.back())
+        .Str("record", layout->name);
     rapidjson::Value fields(rapidjson::kObjectType);
     DecodeFields(*layout, record, fields, p.allocator());
+    Published(topic, fields);
     p.value().AddMember("fields", fields, p.allocator());
     log_.Write("publish", p.value());
   });
 }
 
-void Run::OnSubscribe(const std::string& node, const std::string& topic,
-                      const std::type_info& type, int depth) {
+void Run::OnSubscribe(const std::string& node, const std::string& topic, const std::type_info& type,
+                      int depth) {
   subscribed_[topic] = &type;
   Fields f;
   f.Str("node", node).Str("topic", topic).Str("record", RecordName(type)).Int("depth", depth);
@@ -159,7 +242,11 @@ void Run::OnOpenCamera(int camera, uint32_t pixel_format, int fps, int width, in
   std::string format;
   for (int i = 0; i < 4; ++i) format.push_back(static_cast<char>((pixel_format >> (8 * i)) & 0xFF));
   Fields f;
-  f.Int("camera", camera).Str("format", format).Int("fps", fps).Int("width", width).Int("height", height);
+  f.Int("camera", camera)
+      .Str("format", format)
+      .Int("fps", fps)
+      .Int("width", width)
+      .Int("height", height);
   CameraCall("OpenCamera", f, ok, reason);
 }
 
@@ -204,6 +291,7 @@ void Run::WatchPictures() {
       Fields f;
       f.Str("path", file.path).Int("size", file.size).Str("fnv1a64", file.hash);
       log_.Write("file", f.value());
+      summary_.Written(file.path, file.size, file.hash);
     });
   });
 }
@@ -246,8 +334,9 @@ int Run::Play() {
         throw;
       } catch (...) {
         Exception("builder", std::current_exception());
-        errors_ << "kivrun: the node " << scenario_.node_id << " could not be built: "
-                << kiv::DescribeException(std::current_exception()).what << "\n";
+        errors_ << "kivrun: the node " << scenario_.node_id
+                << " could not be built: " << kiv::DescribeException(std::current_exception()).what
+                << "\n";
         code = kNodeError;
       }
       if (node_) {
@@ -255,11 +344,13 @@ int Run::Play() {
         built.Str("node", scenario_.node_id).Str("name", node_->NodeName());
         log_.Write("built", built.value());
         WatchPictures();
+        responders_ = std::make_unique<Responders>(host_, log_, config["delt_factory"].GetInt());
+        responders_->SetOnAnswer([this](const std::string& node, const std::string& action) {
+          summary_.Answered(node, action);
+        });
         for (const Step& step : scenario_.steps) {
-          if (!PlayStep(step)) {
-            code = kScenarioError;
-            break;
-          }
+          code = PlayStep(step);
+          if (code != kOk) break;
         }
         Teardown();
       }
@@ -272,7 +363,10 @@ int Run::Play() {
     }
     out.FlushPartial();
     err.FlushPartial();
-    // Builders live in the plug-in: drop them before the plug-in goes.
+    // Builders and timer callbacks live in the plug-in: drop them before
+    // the plug-in goes. (The node leaves its frame timer running when it is
+    // destroyed with the camera open.)
+    host_.Loop().Clear();
     registry_.clear();
     library_.reset();
   }
@@ -284,10 +378,59 @@ int Run::Play() {
   end.Int("exit", code);
   log_.Write("end", end.value());
   log_.Flush();
+  Summarise(code);
+  if (!options_.report_dir.empty()) {
+    ReportInput report;
+    report.scenario = scenario_.path;
+    report.description = scenario_.description;
+    report.exit_code = code;
+    report.summary = summary_.Rows(host_.Loop().Now(), WallSeconds());
+    report.pictures = summary_.Pictures();
+    try {
+      WriteReport(options_.report_dir, report);
+      errors_ << "kivrun: report written to " << options_.report_dir << "/" << kReportSummary
+              << " and " << kReportSheet << "\n";
+    } catch (const std::exception& e) {
+      errors_ << "kivrun: " << e.what() << "\n";
+      if (code == kOk) code = kUsageError;
+    }
+  }
   return code;
 }
 
-bool Run::PlayStep(const Step& step) {
+void Run::Summarise(int code) {
+  if (!options_.progress) return;
+  Progress& progress = *options_.progress;
+  progress.Finish();
+  progress.Line(code == kOk ? "== the round ran to its end"
+                            : "== the round stopped (exit " + std::to_string(code) + ")");
+  for (const auto& [figure, value] : summary_.Rows(host_.Loop().Now(), WallSeconds())) {
+    std::string padded = figure + ":";
+    padded.resize(32, ' ');
+    progress.Line(padded + value);
+  }
+  for (const ReportPicture& picture : summary_.Pictures()) {
+    progress.Line("  " + picture.path + "  (" + picture.label + ")");
+  }
+}
+
+int Run::Fail(const Step& step, int code, const std::string& what) {
+  const std::string message =
+      scenario_.path + ": step " + std::to_string(step.number) + ": " + what;
+  Fields f;
+  f.Int("step", step.number).Str("what", message);
+  log_.Write("error", f.value());
+  errors_ << "kivrun: " << message << "\n";
+  return code;
+}
+
+int Run::PlayStep(const Step& step) {
+  if (options_.progress) {
+    options_.progress->Step(step.number,
+                            step.kind == Step::Kind::kRepeat || step.kind == Step::Kind::kWait
+                                ? (step.text.empty() ? step.until.Describe() : step.text)
+                                : std::string());
+  }
   switch (step.kind) {
     case Step::Kind::kSend:
       if (!node_) break;
@@ -298,7 +441,7 @@ bool Run::PlayStep(const Step& step) {
         f.Int("step", step.number).Str("what", e.what());
         log_.Write("error", f.value());
         errors_ << "kivrun: " << e.what() << "\n";
-        return false;
+        return kScenarioError;
       }
       break;
     case Step::Kind::kJson:
@@ -308,14 +451,14 @@ bool Run::PlayStep(const Step& step) {
       Fields f;
       f.Int("step", step.number).Int("us", step.amount);
       log_.Write("advance", f.value());
-      host_.Loop().Advance(step.amount);
+      Pass(step.amount, nullptr);
       break;
     }
     case Step::Kind::kTicks: {
       Fields f;
       f.Int("step", step.number).Int("ticks", step.amount);
       log_.Write("ticks", f.value());
-      host_.Loop().RunTicks(static_cast<int>(step.amount));
+      RunTicks(step.amount);
       break;
     }
     case Step::Kind::kTrace: {
@@ -332,13 +475,7 @@ bool Run::PlayStep(const Step& step) {
       try {
         sunxi_cam::sim::Configure(*step.value);
       } catch (const std::invalid_argument& e) {
-        const std::string message =
-            scenario_.path + ": step " + std::to_string(step.number) + ": " + e.what();
-        Fields f;
-        f.Int("step", step.number).Str("what", message);
-        log_.Write("error", f.value());
-        errors_ << "kivrun: " << message << "\n";
-        return false;
+        return Fail(step, kScenarioError, e.what());
       }
       Fields f;
       f.Int("step", step.number).Json("settings", *step.value);
@@ -358,8 +495,119 @@ bool Run::PlayStep(const Step& step) {
       log_.Write("note", f.value());
       break;
     }
+    case Step::Kind::kResponder:
+      return Responder(step);
+    case Step::Kind::kRepeat:
+    case Step::Kind::kWait:
+      return node_ ? Await(step) : kOk;
   }
-  return true;
+  return kOk;
+}
+
+int Run::Responder(const Step& step) {
+  try {
+    responders_->Configure(step.responder);
+  } catch (const std::invalid_argument& e) {
+    return Fail(step, kScenarioError, e.what());
+  }
+  return kOk;
+}
+
+int Run::Await(const Step& step) {
+  const Awaited& awaited = step.until;
+  if (watched_.count(awaited.topic) == 0) {
+    return Fail(step, kScenarioError, "the node does not publish on \"" + awaited.topic + "\"");
+  }
+  // The awaited fields must fit the record the node publishes there.
+  const RecordLayout& layout = *watched_.at(awaited.topic);
+  try {
+    std::shared_ptr<void> probe = layout.make();
+    EncodeFields(layout, *awaited.fields, probe.get());
+  } catch (const std::invalid_argument& e) {
+    return Fail(step, kScenarioError, "\"until\" on " + awaited.topic + ": " + e.what());
+  }
+  const std::string label = step.text.empty() ? awaited.Describe() : step.text;
+  Awaiting awaiting{&awaited, false, std::string()};
+  awaiting_ = &awaiting;
+  const std::function<bool()> came = [&awaiting] { return awaiting.matched; };
+  int64_t requests = 0, ticks = 0;
+  if (step.kind == Step::Kind::kRepeat) {
+    while (!awaiting.matched && requests < step.limit) {
+      ++requests;
+      if (step.repeated->kind == Step::Kind::kSend) {
+        try {
+          Send(*step.repeated);
+        } catch (const ScenarioError& e) {
+          awaiting_ = nullptr;
+          Fields f;
+          f.Int("step", step.number).Str("what", e.what());
+          log_.Write("error", f.value());
+          errors_ << "kivrun: " << e.what() << "\n";
+          return kScenarioError;
+        }
+      } else {
+        Json(*step.repeated);
+      }
+      for (int64_t i = 0; i < step.every_ticks && !awaiting.matched && node_; ++i, ++ticks) {
+        Pass(kTickUs, came);
+      }
+    }
+  } else {
+    for (; ticks < step.limit && !awaiting.matched; ++ticks) Pass(kTickUs, came);
+  }
+  awaiting_ = nullptr;
+
+  if (!awaiting.matched) {
+    std::string what =
+        (step.text.empty() ? "" : label + ": ") + "no " + awaited.Describe() + " after ";
+    if (step.kind == Step::Kind::kRepeat) what += std::to_string(requests) + " requests, ";
+    what += std::to_string(ticks) + " ticks (" + Seconds(ticks * kTickUs) + ")";
+    what += awaiting.last.empty() ? "; nothing else came on " + awaited.topic
+                                  : "; the last on " + awaited.topic + " was " + awaiting.last;
+    return Fail(step, kNoAnswer, what);
+  }
+  Fields f;
+  f.Int("step", step.number).Str("label", label);
+  if (step.kind == Step::Kind::kRepeat) f.Int("requests", requests);
+  f.Int("ticks", ticks);
+  log_.Write("matched", f.value());
+  if (options_.progress) {
+    std::string line = "[" + Seconds(host_.Loop().Now()) + "] " + label + ": ";
+    if (step.kind == Step::Kind::kRepeat) {
+      line += std::to_string(requests) + (requests == 1 ? " request, " : " requests, ");
+    }
+    line += "after " + std::to_string(ticks) + (ticks == 1 ? " tick" : " ticks");
+    options_.progress->Line(line);
+  }
+  return kOk;
+}
+
+void Run::Pass(int64_t us, const std::function<bool()>& stop) {
+  kiv::MainLoop& loop = host_.Loop();
+  if (!options_.realtime) {
+    loop.Advance(us);
+    if (options_.progress) options_.progress->Clock(loop.Now());
+    return;
+  }
+  loop.RunRealtime(us, [&] {
+    if (options_.progress) options_.progress->Clock(loop.Now());
+    return stop && stop();
+  });
+}
+
+void Run::RunTicks(int64_t count) {
+  kiv::MainLoop& loop = host_.Loop();
+  if (!options_.realtime) {
+    loop.RunTicks(static_cast<int>(count));
+    if (options_.progress) options_.progress->Clock(loop.Now());
+    return;
+  }
+  int64_t ran = 0;
+  if (count == 0 || loop.TimerCount() == 0) return;
+  loop.RunRealtime(std::numeric_limits<int64_t>::max() / 2, [&] {
+    if (options_.progress) options_.progress->Clock(loop.Now());
+    return ++ran >= count || loop.TimerCount() == 0;
+  });
 }
 
 void Run::Send(const Step& step) {
@@ -368,12 +616,12 @@ void Run::Send(const Step& step) {
                         ": the node does not subscribe to \"" + step.topic +
                         "\"; name the record type with \"record\" to send anyway");
   }
-  const RecordLayout* layout = step.record.empty() ? FindRecord(*subscribed_.at(step.topic))
-                                               : FindRecord(step.record);
+  const RecordLayout* layout =
+      step.record.empty() ? FindRecord(*subscribed_.at(step.topic)) : FindRecord(step.record);
   if (layout == nullptr) {
     throw ScenarioError(scenario_.path + ": step " + std::to_string(step.number) +
-                        ": unknown record type \"" + step.record + "\" (known: " +
-                        KnownRecordNames() + ")");
+                        ": unknown record type \"" + step.record +
+                        "\" (known: " + KnownRecordNames() + ")");
   }
   std::shared_ptr<void> record = layout->make();
   try {
@@ -385,6 +633,12 @@ void Run::Send(const Step& step) {
   f.Int("step", step.number).Str("topic", step.topic).Str("record", layout->name);
   rapidjson::Value fields(rapidjson::kObjectType);
   DecodeFields(*layout, record.get(), fields, f.allocator());
+  summary_.Sent(step.topic);
+  if ((step.topic == calitopics::kCameraCali || step.topic == calitopics::kLaserCalibration) &&
+      fields.HasMember("distance")) {
+    summary_.Requested(static_cast<uint16_t>(fields["distance"].GetInt()),
+                       step.topic == calitopics::kLaserCalibration);
+  }
   f.value().AddMember("fields", fields, f.allocator());
   log_.Write("send", f.value());
   try {
@@ -404,6 +658,14 @@ void Run::Json(const Step& step) {
     f.value().AddMember("command", rapidjson::Value(), f.allocator());
   }
   log_.Write("json", f.value());
+  summary_.Sent("JSON command");
+  if (step.value) {
+    for (const char* key : {"distance", "APP"}) {
+      if (step.value->HasMember(key) && (*step.value)[key].IsInt64()) {
+        summary_.Requested(static_cast<uint16_t>((*step.value)[key].GetInt64()), key[0] == 'A');
+      }
+    }
+  }
 
   kiv::Publisher<KivJsonMsg> publisher(host_.FindTopic(topic), topic);
   KivJsonMsg message;

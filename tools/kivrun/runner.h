@@ -19,16 +19,30 @@
 
 namespace kivrun {
 
+class Progress;
+
 struct Options {
-  std::string plugin;                  // path of the node plug-in
-  std::ostream* echo = nullptr;        // where to copy the node's console lines, or null
+  std::string plugin;                   // path of the node plug-in
+  std::ostream* echo = nullptr;         // where to copy the node's console lines, or null
   std::ostream* trace_times = nullptr;  // where the framework writes delivery times, or null
+  bool realtime = false;                // run the main loop on the wall clock
+  Progress* progress = nullptr;         // progress lines and the summary, or null
+  std::string report_dir;               // where to write the picture report, or empty
 };
 
 // Exit codes of kivrun.
-enum ExitCode { kOk = 0, kScenarioError = 1, kUsageError = 2, kNodeError = 3 };
+enum ExitCode {
+  kOk = 0,
+  kScenarioError = 1,
+  kUsageError = 2,
+  kNodeError = 3,
+  kNoAnswer = 4,  // a "repeat" or "wait" step ran out before its answer came
+};
 
-// Plays `scenario`; returns an ExitCode. Errors are described on `errors`
+// Plays `scenario`; returns an ExitCode. With a progress display, the
+// finished "repeat" and "wait" steps and, at the end, the round's summary are
+// shown on it (the node's console lines too, when they are echoed). With a
+// report folder, the picture report is written there at the end. Errors are described on `errors`
 // (one line each) and, where they happen inside the run, in the log.
 int RunScenario(const Scenario& scenario, const Options& options, std::ostream& log_stream,
                 std::ostream& errors);

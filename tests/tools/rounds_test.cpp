@@ -1,0 +1,210 @@
+// Whole calibration rounds through kivrun: the factory plane round writes
+// exactly its pictures and ends with the calculation nodes' values, and a
+// round on the wall clock runs to its end.
+#include <gtest/gtest.h>
+#include <rapidjson/document.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tools/kivrun/responders.h"
+#include "tools/kivrun/scenario.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string kScenarios = std::string(LASERCALI_SOURCE_DIR) + "/scenarios";
+
+std::string ReadFile(const fs::path& path) {
+  std::ifstream in(path);
+  std::stringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+struct KivrunRun {
+  int status = -1;
+  std::vector<rapidjson::Document> events;
+  std::string err;
+};
+
+// Runs kivrun with `args` on a robot whose picture folders hold no pictures.
+KivrunRun Kivrun(const std::string& args) {
+  for (const char* folder : {"/tmp/left", "/tmp/right", "/tmp/pic"}) {
+    std::error_code ignored;
+    for (const auto& entry : fs::directory_iterator(folder, ignored)) {
+      if (entry.path().extension() == ".bmp") fs::remove(entry.path());
+    }
+  }
+  fs::remove("/tmp/LL.bmp");
+  fs::remove("/tmp/RR.bmp");
+
+  char dir_pattern[] = "/tmp/rounds_test.XXXXXX";
+  const fs::path dir = mkdtemp(dir_pattern);
+  const std::string command = std::string(KIVRUN) + " --log " + (dir / "log.jsonl").string() + " " +
+                              args + " 2>" + (dir / "err.txt").string();
+  const int raw = std::system(command.c_str());
+  KivrunRun run;
+  run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+  run.err = ReadFile(dir / "err.txt");
+  std::istringstream lines(ReadFile(dir / "log.jsonl"));
+  for (std::string line; std::getline(lines, line);) {
+    run.events.emplace_back();
+    run.events.back().Parse(line.c_str());
+    EXPECT_FALSE(run.events.back().HasParseError()) << line;
+  }
+  fs::remove_all(dir);
+  return run;
+}
+
+std::vector<int> Ints(const rapidjson::Value& list) {
+  std::vector<int> values;
+  for (const auto& v : list.GetArray()) values.push_back(v.GetInt());
+  return values;
+}
+
+// The answer fields a responder step of the scenario gives its node.
+const rapidjson::Value& AnswerOf(const kivrun::Scenario& scenario, const std::string& node) {
+  for (const auto& step : scenario.steps) {
+    if (step.kind == kivrun::Step::Kind::kResponder && step.responder.node == node) {
+      return *step.responder.answer;
+    }
+  }
+  throw std::runtime_error("the scenario sets up no " + node + " node");
+}
+
+class FactoryRoundTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    char pattern[] = "/tmp/rounds_report.XXXXXX";
+    report_ = new fs::path(mkdtemp(pattern));
+    run_ = new KivrunRun(Kivrun("--progress --report " + (*report_ / "report").string() + " " +
+                                kScenarios + "/factory_plane_round.json"));
+  }
+  static void TearDownTestSuite() {
+    fs::remove_all(*report_);
+    delete report_;
+    delete run_;
+  }
+  static KivrunRun* run_;
+  static fs::path* report_;
+};
+KivrunRun* FactoryRoundTest::run_ = nullptr;
+fs::path* FactoryRoundTest::report_ = nullptr;
+
+TEST_F(FactoryRoundTest, RunsToItsEnd) {
+  EXPECT_EQ(run_->status, 0) << run_->err;
+  ASSERT_FALSE(run_->events.empty());
+  EXPECT_STREQ(run_->events.back()["event"].GetString(), "end");
+  EXPECT_EQ(run_->events.back()["exit"].GetInt(), 0);
+}
+
+TEST_F(FactoryRoundTest, WritesExactlyTheLeftAndRightPictureOfEveryDistance) {
+  const auto config = kivrun::ReadJsonFile(kScenarios + "/lasercali.json");
+  const int delt = (*config)["delt_factory"].GetInt();
+  std::multiset<std::string> expected;
+  for (const char* side : {"left", "right"}) {
+    for (int d = 5; d <= 45; d += 5) {
+      expected.insert("/tmp/" + std::string(side) + "/" + std::to_string(d * 100 + delt) + ".bmp");
+    }
+  }
+  ASSERT_EQ(expected.size(), 18u);
+
+  std::multiset<std::string> written;
+  for (const auto& e : run_->events) {
+    if (std::string(e["event"].GetString()) == "file") written.insert(e["path"].GetString());
+  }
+  EXPECT_EQ(written, expected);  // each once, nothing else
+
+  std::set<std::string> on_disk;
+  for (const char* folder : {"/tmp/left", "/tmp/right", "/tmp/pic"}) {
+    for (const auto& entry : fs::directory_iterator(folder)) {
+      if (entry.path().extension() == ".bmp") on_disk.insert(entry.path().string());
+    }
+  }
+  EXPECT_EQ(on_disk, std::set<std::string>(expected.begin(), expected.end()));
+  for (const auto& path : on_disk) EXPECT_EQ(kivrun::PictureProblem(path), "") << path;
+}
+
+TEST_F(FactoryRoundTest, TheFinalKind4ResultCarriesThePlaneAndCheckNodesValues) {
+  const kivrun::Scenario scenario = kivrun::LoadScenario(kScenarios + "/factory_plane_round.json");
+  const rapidjson::Value& plane = AnswerOf(scenario, "plane");
+  const rapidjson::Value& check = AnswerOf(scenario, "check");
+
+  const rapidjson::Value* last = nullptr;
+  for (const auto& e : run_->events) {
+    if (std::string(e["event"].GetString()) == "publish" &&
+        std::string(e["topic"].GetString()) == "CAMERACALIRES" &&
+        e["fields"]["kind"].GetInt() == 4) {
+      last = &e;
+    }
+  }
+  ASSERT_NE(last, nullptr) << "no kind-4 result on CAMERACALIRES";
+  const rapidjson::Value& fields = (*last)["fields"];
+  EXPECT_EQ(Ints(fields["plane_data"]), Ints(plane["plane_data"]));
+  EXPECT_EQ(fields["plane_result"].GetInt(), 1);
+  EXPECT_EQ(Ints(fields["check_data"]), Ints(check["check_data"]));
+  EXPECT_EQ(fields["check_result"].GetInt(), check["check_result"].GetInt());
+  EXPECT_STREQ((*last)["tag"].GetString(), "src/cameralasercali_343");
+}
+
+TEST_F(FactoryRoundTest, ShowsEveryAcceptedDistanceAndSumsTheRoundUp) {
+  for (int d = 5; d <= 45; d += 5) {
+    EXPECT_NE(run_->err.find("] distance " + std::to_string(d) + " accepted: "), std::string::npos)
+        << run_->err;
+  }
+  EXPECT_NE(run_->err.find("== the round ran to its end"), std::string::npos);
+  EXPECT_NE(run_->err.find("distances accepted:             9: 5 10 15 20 25 30 35 40 45\n"),
+            std::string::npos);
+  EXPECT_NE(run_->err.find("pictures written:               18 files, 18 writes\n"),
+            std::string::npos);
+  EXPECT_NE(
+      run_->err.find("requests to calculation nodes:  2: LASER_CALIBR_REQ 1, CAMERACALICHECK 1\n"),
+      std::string::npos);
+  EXPECT_NE(run_->err.find("results relayed:                1: CAMERACALIRES plane and check 1\n"),
+            std::string::npos);
+}
+
+TEST_F(FactoryRoundTest, TheReportShowsEveryPicture) {
+  const int delt = (*kivrun::ReadJsonFile(kScenarios + "/lasercali.json"))["delt_factory"].GetInt();
+  const std::string summary = ReadFile(*report_ / "report" / "report.md");
+  EXPECT_TRUE(fs::exists(*report_ / "report" / "pictures.png"));
+  for (const char* side : {"left", "right"}) {
+    for (int d = 5; d <= 45; d += 5) {
+      EXPECT_NE(summary.find("`/tmp/" + std::string(side) + "/" + std::to_string(d * 100 + delt) +
+                             ".bmp` | factory distance " + std::to_string(d) + " |"),
+                std::string::npos)
+          << side << " " << d;
+    }
+  }
+}
+
+TEST(RealtimeRoundTest, OneDistanceOnTheWallClockRunsToItsEnd) {
+  const auto start = std::chrono::steady_clock::now();
+  const KivrunRun run = Kivrun("--realtime " + std::string(LASERCALI_SOURCE_DIR) +
+                               "/tests/scenarios/realtime_one_distance.json");
+  const double wall_us =
+      std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start).count();
+  EXPECT_EQ(run.status, 0) << run.err;
+  const rapidjson::Value* matched = nullptr;
+  for (const auto& e : run.events) {
+    if (std::string(e["event"].GetString()) == "matched") matched = &e;
+  }
+  ASSERT_NE(matched, nullptr) << "the distance was never accepted";
+  EXPECT_STREQ((*matched)["label"].GetString(), "distance 30 accepted");
+  // The main loop's clock followed the wall clock: the simulated time the
+  // round took has passed for real too.
+  EXPECT_GE(wall_us, static_cast<double>((*matched)["t"].GetInt64()));
+}
+
+}  // namespace

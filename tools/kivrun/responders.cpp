@@ -1,0 +1,225 @@
+#include "tools/kivrun/responders.h"
+
+#include <cstdint>
+#include <cstring>
+#include <fstream>
+#include <stdexcept>
+
+#include "msgs/calimsgs.h"
+#include "msgs/topics.h"
+#include "tools/kivrun/records.h"
+
+namespace kivrun {
+
+const std::vector<ResponderKind>& ResponderKinds() {
+  using namespace calitopics;
+  static const std::vector<ResponderKind> kinds = {
+      {"plane",
+       kLaserCalibrReq,
+       "LaserClibrMsg",
+       kLaserCalibrReqRes,
+       "LaserClibrMsg",
+       {"result"},
+       R"({"kind": 2, "result": 1})"},
+      {"check",
+       kCameraCaliCheck,
+       "kiv_camera_calicheck_msg",
+       kCameraCaliCheckRes,
+       "kiv_camera_calires_msg",
+       {"check_result"},
+       R"({"kind": 4})"},
+      {"ieparam",
+       kCameraCaliIEParam,
+       "CameraClibrIEParamMsg",
+       kCameraCaliIEParamRes,
+       "CameraClibrIEParamMsg",
+       {"ieparam3"},
+       "{}"},
+      {"distance",
+       kDistanceStartCaculate,
+       "kiv_camera_distance_msg",
+       kAppDistanceRes,
+       "kiv_camera_distance_msg",
+       {"status"},
+       R"({"kind": 1})"},
+      {"laser_power",
+       kCameraCaliRes,
+       "kiv_camera_calires_msg",
+       kLaserPower,
+       "kiv_laserpower_msg",
+       {"power_a", "power_b"},
+       "{}"},
+  };
+  return kinds;
+}
+
+namespace {
+
+constexpr int64_t kDefaultRefusal = 2;
+constexpr uint8_t kLaserPowerCheckKind = 5;
+
+uint32_t Little32(const unsigned char* at) {
+  return static_cast<uint32_t>(at[0]) | static_cast<uint32_t>(at[1]) << 8 |
+         static_cast<uint32_t>(at[2]) << 16 | static_cast<uint32_t>(at[3]) << 24;
+}
+
+// The answer fields that carry a failure code.
+rapidjson::Document FailFields(const ResponderKind& kind, int64_t code) {
+  rapidjson::Document fail(rapidjson::kObjectType);
+  for (const char* field : kind.result_fields) {
+    fail.AddMember(rapidjson::StringRef(field), rapidjson::Value(code), fail.GetAllocator());
+  }
+  return fail;
+}
+
+std::vector<std::string> DefaultNeeds(const std::string& node, int delt_factory) {
+  if (node == "plane") return FactoryPlanePictures(delt_factory);
+  if (node == "ieparam") return {"/tmp/pic/chessboard.bmp"};
+  if (node == "distance") return {"/tmp/pic/dis_left.bmp", "/tmp/pic/dis_right.bmp"};
+  return {};
+}
+
+}  // namespace
+
+std::string PictureProblem(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) return "missing";
+  unsigned char header[30] = {};
+  in.read(reinterpret_cast<char*>(header), sizeof header);
+  if (in.gcount() < static_cast<std::streamsize>(sizeof header) || header[0] != 'B' ||
+      header[1] != 'M') {
+    return "not a BMP file";
+  }
+  const int32_t width = static_cast<int32_t>(Little32(header + 18));
+  int32_t height = static_cast<int32_t>(Little32(header + 22));
+  if (height < 0) height = -height;  // a top-down picture
+  const int bits = header[28] | header[29] << 8;
+  if (width != 640 || height != 480) {
+    return std::to_string(width) + " x " + std::to_string(height) + ", not 640 x 480";
+  }
+  if (bits != 8) return std::to_string(bits) + "-bit, not 8-bit";
+  return "";
+}
+
+std::vector<std::string> FactoryPlanePictures(int delt_factory) {
+  std::vector<std::string> paths;
+  for (const char* side : {"left", "right"}) {
+    for (int d = 5; d <= 45; d += 5) {
+      paths.push_back(std::string("/tmp/") + side + "/" + std::to_string(d * 100 + delt_factory) +
+                      ".bmp");
+    }
+  }
+  return paths;
+}
+
+Responders::Responders(kiv::Host& host, EventLog& log, int delt_factory)
+    : host_(host), log_(log), delt_factory_(delt_factory) {}
+
+void Responders::Configure(const ResponderSetting& setting) {
+  const ResponderKind* kind = nullptr;
+  std::string names;
+  for (const ResponderKind& k : ResponderKinds()) {
+    if (setting.node == k.node) kind = &k;
+    names += (names.empty() ? "" : ", ") + std::string(k.node);
+  }
+  if (kind == nullptr) {
+    throw std::invalid_argument("no simulated node \"" + setting.node + "\" (there are " + names +
+                                ")");
+  }
+  auto applied = std::make_shared<ResponderSetting>(setting);
+  if (!applied->has_needs) applied->needs = DefaultNeeds(setting.node, delt_factory_);
+  if (!applied->has_refuse) applied->refuse = kDefaultRefusal;
+
+  // Check the answer now, so a bad field stops the scenario at this step.
+  const RecordLayout* answer = FindRecord(kind->answer);
+  std::shared_ptr<void> scratch = answer->make();
+  EncodeFields(*answer, *applied->answer, scratch.get());
+  EncodeFields(*answer, FailFields(*kind, applied->code), scratch.get());
+  EncodeFields(*answer, FailFields(*kind, applied->refuse), scratch.get());
+
+  Fields f;
+  f.Str("node", kind->node).Str("listens", kind->listens).Str("answers", kind->answers);
+  f.Str("mode", applied->mode == ResponderSetting::Mode::kAnswer ? "answer"
+                : applied->mode == ResponderSetting::Mode::kFail ? "fail"
+                                                                 : "silent");
+  if (applied->mode != ResponderSetting::Mode::kSilent) f.Json("fields", *applied->answer);
+  if (applied->mode == ResponderSetting::Mode::kFail) f.Int("code", applied->code);
+  rapidjson::Value needs(rapidjson::kArrayType);
+  for (const auto& path : applied->needs) {
+    needs.PushBack(rapidjson::Value(path.c_str(), f.allocator()), f.allocator());
+  }
+  f.value().AddMember("needs", needs, f.allocator());
+  f.Int("refuse", applied->refuse).Int("delay_us", applied->delay_us);
+  log_.Write("responder", f.value());
+
+  auto found = active_.find(kind->node);
+  if (found != active_.end()) {
+    found->second.setting = applied;
+    return;
+  }
+  active_[kind->node] = Active{kind, applied};
+  const std::string node = kind->node;
+  FindRecord(kind->request)->watch(host_, node, kind->listens, [this, node](const void* request) {
+    OnRequest(active_.at(node), request);
+  });
+}
+
+void Responders::OnRequest(Active& active, const void* request) {
+  const ResponderKind& kind = *active.kind;
+  if (kind.node == std::string("laser_power") &&
+      static_cast<const kiv_camera_calires_msg*>(request)->kind != kLaserPowerCheckKind) {
+    return;
+  }
+  std::shared_ptr<const ResponderSetting> setting = active.setting;
+  if (setting->mode == ResponderSetting::Mode::kSilent) {
+    Fields f;
+    f.Str("node", kind.node).Str("topic", kind.listens);
+    log_.Write("silent", f.value());
+    return;
+  }
+  host_.Loop().AddTimer([this, &kind, setting] { Answer(kind, *setting); }, setting->delay_us, 0,
+                        std::string("kivrun/") + kind.node);
+}
+
+void Responders::Answer(const ResponderKind& kind, const ResponderSetting& setting) {
+  const RecordLayout& layout = *FindRecord(kind.answer);
+  std::shared_ptr<void> record = layout.make();
+  rapidjson::Document defaults;
+  defaults.Parse(kind.defaults);
+  EncodeFields(layout, defaults, record.get());
+  EncodeFields(layout, *setting.answer, record.get());
+
+  Fields f;
+  rapidjson::Value problems(rapidjson::kArrayType);
+  for (const auto& path : setting.needs) {
+    const std::string problem = PictureProblem(path);
+    if (!problem.empty()) {
+      problems.PushBack(rapidjson::Value((path + ": " + problem).c_str(), f.allocator()),
+                        f.allocator());
+    }
+  }
+  std::string action = setting.mode == ResponderSetting::Mode::kFail ? "fail" : "answer";
+  int64_t code = setting.code;
+  if (!problems.Empty()) {
+    action = "refuse";
+    code = setting.refuse;
+  }
+  if (action != "answer") EncodeFields(layout, FailFields(kind, code), record.get());
+
+  f.Str("node", kind.node)
+      .Str("action", action)
+      .Str("topic", kind.answers)
+      .Str("record", layout.name);
+  rapidjson::Value fields(rapidjson::kObjectType);
+  DecodeFields(layout, record.get(), fields, f.allocator());
+  f.value().AddMember("fields", fields, f.allocator());
+  if (!problems.Empty()) f.value().AddMember("problems", problems, f.allocator());
+  log_.Write("answer", f.value());
+  // The calibration node subscribes to every answer topic when it is built,
+  // so the topic exists.
+  layout.publish(host_.FindTopic(kind.answers), kind.answers, record.get(),
+                 std::string("kivrun/") + kind.node);
+  if (on_answer_) on_answer_(kind.node, action);
+}
+
+}  // namespace kivrun

@@ -1,0 +1,212 @@
+#include "tools/kivrun/round_summary.h"
+
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "msgs/topics.h"
+#include "src/calicodes.h"
+
+namespace kivrun {
+namespace {
+
+// Request values of the factory tool and the app, and the node's refusal.
+constexpr uint16_t kReset = 0x1111;
+constexpr uint16_t kClose = 0x2222;
+constexpr uint16_t kLaserPowerCheck = 0x4444;
+constexpr uint16_t kChessboard = 255;
+constexpr uint16_t kDistanceCheck = 0x3333;
+constexpr uint16_t kRefused = 316;
+constexpr int kCutRefusedBase = 256;  // app acknowledge: 256 + the stripe cut's result
+
+void Count(std::vector<std::pair<std::string, int>>& counts, const std::string& key) {
+  for (auto& entry : counts) {
+    if (entry.first == key) {
+      ++entry.second;
+      return;
+    }
+  }
+  counts.emplace_back(key, 1);
+}
+
+std::string Counts(const std::vector<std::pair<std::string, int>>& counts) {
+  std::string text;
+  for (const auto& [key, count] : counts) {
+    text += (text.empty() ? "" : ", ") + key + " " + std::to_string(count);
+  }
+  return text.empty() ? "none" : text;
+}
+
+int Total(const std::vector<std::pair<std::string, int>>& counts) {
+  int total = 0;
+  for (const auto& entry : counts) total += entry.second;
+  return total;
+}
+
+const char* KindName(int kind, bool text) {
+  switch (kind) {
+    case kivplugcali::kKindCameraState:
+      return "camera state";
+    case kivplugcali::kKindDistance:
+      return "distance";
+    case kivplugcali::kKindIEparam:
+      return "camera parameters";
+    case kivplugcali::kKindPlaneCheck:
+      return "plane and check";
+    case kivplugcali::kKindLaserPowerCheck:
+      return text ? "distance check" : "laser power check";
+    case kivplugcali::kKindLaserPower:
+      return "laser power";
+    default:
+      return "unknown kind";
+  }
+}
+
+std::string Json(const rapidjson::Value& value) {
+  rapidjson::StringBuffer buffer;
+  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+  value.Accept(writer);
+  return buffer.GetString();
+}
+
+std::string List(const rapidjson::Value& fields, const char* name) {
+  return fields.HasMember(name) ? Json(fields[name]) : "";
+}
+
+std::string Seconds(double seconds) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.2f s", seconds);
+  return text;
+}
+
+}  // namespace
+
+void RoundSummary::Sent(const std::string& topic) { Count(sent_, topic); }
+
+void RoundSummary::Requested(uint16_t value, bool app) {
+  app_ = app;
+  if (value == kChessboard) {
+    taking_ = "chessboard";
+  } else if (value == kDistanceCheck) {
+    taking_ = "distance check";
+  } else if (value != 0 && value != kReset && value != kClose && value != kLaserPowerCheck) {
+    taking_ = std::string(app ? "app" : "factory") + " distance " + std::to_string(value);
+  }
+}
+
+void RoundSummary::Published(const std::string& topic, const rapidjson::Value& fields) {
+  using namespace calitopics;
+  if (topic == kCameraCaliRes && fields.HasMember("kind")) {
+    const int kind = fields["kind"].GetInt();
+    if (kind == kivplugcali::kKindLaserPowerCheck) {
+      Count(requests_, topic + " laser power check");  // to the laser power node
+    } else {
+      Count(kind <= kivplugcali::kKindDistance ? replies_ : results_,
+            topic + " " + KindName(kind, false));
+    }
+    const int distance = fields["distance"].GetInt();
+    if (kind == kivplugcali::kKindDistance && distance != kRefused) {
+      accepted_.push_back(static_cast<uint16_t>(distance));
+    }
+    if (kind == kivplugcali::kKindIEparam || kind == kivplugcali::kKindPlaneCheck) {
+      final_result_ = "kind " + std::to_string(kind) + " on " + topic;
+      if (kind == kivplugcali::kKindIEparam) {
+        final_result_ += ": ieparam " + std::to_string(fields["ieparam1"].GetInt()) + ", " +
+                         std::to_string(fields["ieparam2"].GetInt()) + ", " +
+                         std::to_string(fields["ieparam3"].GetInt());
+      } else {
+        final_result_ += ": plane_result " + std::to_string(fields["plane_result"].GetInt()) +
+                         ", check_result " + std::to_string(fields["check_result"].GetInt()) +
+                         ", plane_data " + List(fields, "plane_data") + ", check_data " +
+                         List(fields, "check_data");
+      }
+    }
+  } else if (topic == kLaserState && fields.HasMember("text")) {
+    const std::string text = fields["text"].GetString();
+    const int kind = std::atoi(text.c_str());
+    Count(kind <= kivplugcali::kKindDistance ? replies_ : results_,
+          topic + " " + KindName(kind, true));
+    if (kind == kivplugcali::kKindDistance) {
+      const int value = std::atoi(text.c_str() + text.find(';') + 1);
+      if (value == kRefused || value == kReset || value == kClose) {
+        // not a distance
+      } else if (value >= kCutRefusedBase) {
+        cut_refused_.push_back(text);
+      } else {
+        accepted_.push_back(static_cast<uint16_t>(value));
+      }
+    } else if (kind != kivplugcali::kKindCameraState) {
+      final_result_ = "\"" + text + "\" on " + topic;
+    }
+  } else if (topic == kLaserCalibrReq || topic == kCameraCaliCheck || topic == kCameraCaliIEParam ||
+             topic == kDistanceStartCaculate) {
+    Count(requests_, topic);
+  }
+}
+
+void RoundSummary::Answered(const std::string& node, const std::string& action) {
+  Count(answers_, action == "answer" ? node : node + " (" + action + ")");
+}
+
+void RoundSummary::Written(const std::string& path, int64_t size, const std::string& hash) {
+  ++picture_writes_;
+  ReportPicture* picture = nullptr;
+  for (auto& p : pictures_) {
+    if (p.path == path) picture = &p;
+  }
+  if (picture == nullptr) {
+    pictures_.emplace_back();
+    picture = &pictures_.back();
+    picture->path = path;
+  }
+  // The app's stripe pictures are the ones the stripe cut ran on (shown with
+  // the cut drawn over them); its cut results go to the left and right
+  // folders, numbered like the factory pictures.
+  const std::string name = path.substr(path.rfind('/') + 1);
+  const bool app_distance = app_ && taking_.rfind("app distance", 0) == 0;
+  const bool folder =
+      path.find("/left/") != std::string::npos || path.find("/right/") != std::string::npos;
+  picture->app = app_distance && !folder;
+  if (path.find("/left/") != std::string::npos || name[0] == 'L') {
+    picture->side = ReportPicture::Side::kLeft;
+  } else if (path.find("/right/") != std::string::npos || name[0] == 'R') {
+    picture->side = ReportPicture::Side::kRight;
+  }
+  picture->label = app_distance && folder ? taking_ + ", cut picture" : taking_;
+  picture->size = size;
+  picture->hash = hash;
+  ++picture->writes;
+}
+
+std::vector<std::pair<std::string, std::string>> RoundSummary::Rows(int64_t simulated_us,
+                                                                    double wall_seconds) const {
+  std::vector<std::pair<std::string, std::string>> rows;
+  std::string accepted;
+  for (uint16_t d : accepted_) accepted += (accepted.empty() ? "" : " ") + std::to_string(d);
+  rows.emplace_back("distances accepted",
+                    accepted.empty() ? "none" : std::to_string(accepted_.size()) + ": " + accepted);
+  if (!cut_refused_.empty()) {
+    std::vector<std::pair<std::string, int>> refused;
+    for (const auto& text : cut_refused_) Count(refused, "\"" + text + "\"");
+    rows.emplace_back("stripe cuts refused",
+                      std::to_string(cut_refused_.size()) + ": " + Counts(refused));
+  }
+  rows.emplace_back("pictures written", std::to_string(pictures_.size()) + " files, " +
+                                            std::to_string(picture_writes_) + " writes");
+  rows.emplace_back("requests to the node", std::to_string(Total(sent_)) + ": " + Counts(sent_));
+  rows.emplace_back("requests to calculation nodes",
+                    std::to_string(Total(requests_)) + ": " + Counts(requests_));
+  rows.emplace_back("answers of calculation nodes",
+                    std::to_string(Total(answers_)) + ": " + Counts(answers_));
+  rows.emplace_back("replies of the node",
+                    std::to_string(Total(replies_)) + ": " + Counts(replies_));
+  rows.emplace_back("results relayed", std::to_string(Total(results_)) + ": " + Counts(results_));
+  rows.emplace_back("last result", final_result_.empty() ? "none" : final_result_);
+  rows.emplace_back("simulated time", Seconds(static_cast<double>(simulated_us) / 1e6));
+  rows.emplace_back("wall time", Seconds(wall_seconds));
+  return rows;
+}
+
+}  // namespace kivrun

@@ -1,0 +1,61 @@
+// What a calibration round came to, gathered from kivrun's events: the
+// distances the node accepted, the pictures it wrote, the requests that went
+// back and forth, the results it relayed and the last of them.
+//
+// The runner feeds it as things happen; Rows() gives the figures for the
+// end-of-round summary and the report, Pictures() the written pictures with
+// what was being taken when each was written (the last request value the
+// factory tool or the app sent).
+#ifndef LASERCALI_TOOLS_KIVRUN_ROUND_SUMMARY_H_
+#define LASERCALI_TOOLS_KIVRUN_ROUND_SUMMARY_H_
+
+#include <rapidjson/document.h>
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tools/kivrun/report.h"
+
+namespace kivrun {
+
+class RoundSummary {
+ public:
+  // The scenario sent a record on `topic`, or a JSON command (`topic` is
+  // then "JSON command").
+  void Sent(const std::string& topic);
+  // The factory tool (app = false) or the app asked for `value`.
+  void Requested(uint16_t value, bool app);
+  // The node published `fields` (as the event log decodes them) on `topic`.
+  void Published(const std::string& topic, const rapidjson::Value& fields);
+  // A simulated node answered (action: answer, fail, refuse).
+  void Answered(const std::string& node, const std::string& action);
+  // A picture file was written.
+  void Written(const std::string& path, int64_t size, const std::string& hash);
+
+  // The summary's rows, in order: figure, value.
+  std::vector<std::pair<std::string, std::string>> Rows(int64_t simulated_us,
+                                                        double wall_seconds) const;
+  // The pictures, in the order they were first written.
+  const std::vector<ReportPicture>& Pictures() const { return pictures_; }
+
+ private:
+  std::vector<uint16_t> accepted_;                     // distances accepted, in order
+  std::vector<std::string> cut_refused_;               // app acknowledges of a refused stripe cut
+  std::vector<std::pair<std::string, int>> sent_;      // topic, count, first-sent order
+  std::vector<std::pair<std::string, int>> requests_;  // the node's requests to calculation nodes
+  std::vector<std::pair<std::string, int>> answers_;   // node/action, count
+  std::vector<std::pair<std::string, int>> replies_;   // camera state and distance replies
+  std::vector<std::pair<std::string, int>> results_;   // relayed results by topic and kind
+  std::string final_result_;
+  std::vector<ReportPicture> pictures_;
+  int picture_writes_ = 0;
+  std::string taking_ = "before any request";  // label of pictures written now
+  bool app_ = false;
+};
+
+}  // namespace kivrun
+
+#endif  // LASERCALI_TOOLS_KIVRUN_ROUND_SUMMARY_H_
