@@ -3,7 +3,6 @@
 #include <chrono>
 #include <cstdio>
 #include <iostream>
-#include <limits>
 #include <memory>
 #include <set>
 #include <stdexcept>
@@ -114,6 +113,8 @@ class Run : public kiv::HostObserver, public sunxi_cam::sim::Observer {
   // Runs one step; kOk, or the exit code when the run cannot go on.
   int PlayStep(const Step& step);
   int Fail(const Step& step, int code, const std::string& what);
+  // Plays a send or json step; kOk, or the exit code when it cannot be sent.
+  int Request(const Step& step);
   void Send(const Step& step);
   void Json(const Step& step);
   int Responder(const Step& step);
@@ -433,20 +434,8 @@ int Run::PlayStep(const Step& step) {
   }
   switch (step.kind) {
     case Step::Kind::kSend:
-      if (!node_) break;
-      try {
-        Send(step);
-      } catch (const ScenarioError& e) {
-        Fields f;
-        f.Int("step", step.number).Str("what", e.what());
-        log_.Write("error", f.value());
-        errors_ << "kivrun: " << e.what() << "\n";
-        return kScenarioError;
-      }
-      break;
     case Step::Kind::kJson:
-      if (node_) Json(step);
-      break;
+      return node_ ? Request(step) : kOk;
     case Step::Kind::kAdvance: {
       Fields f;
       f.Int("step", step.number).Int("us", step.amount);
@@ -504,6 +493,23 @@ int Run::PlayStep(const Step& step) {
   return kOk;
 }
 
+int Run::Request(const Step& step) {
+  if (step.kind == Step::Kind::kJson) {
+    Json(step);
+    return kOk;
+  }
+  try {
+    Send(step);
+  } catch (const ScenarioError& e) {
+    Fields f;
+    f.Int("step", step.number).Str("what", e.what());
+    log_.Write("error", f.value());
+    errors_ << "kivrun: " << e.what() << "\n";
+    return kScenarioError;
+  }
+  return kOk;
+}
+
 int Run::Responder(const Step& step) {
   try {
     responders_->Configure(step.responder);
@@ -534,19 +540,10 @@ int Run::Await(const Step& step) {
   if (step.kind == Step::Kind::kRepeat) {
     while (!awaiting.matched && requests < step.limit) {
       ++requests;
-      if (step.repeated->kind == Step::Kind::kSend) {
-        try {
-          Send(*step.repeated);
-        } catch (const ScenarioError& e) {
-          awaiting_ = nullptr;
-          Fields f;
-          f.Int("step", step.number).Str("what", e.what());
-          log_.Write("error", f.value());
-          errors_ << "kivrun: " << e.what() << "\n";
-          return kScenarioError;
-        }
-      } else {
-        Json(*step.repeated);
+      const int code = Request(*step.repeated);
+      if (code != kOk) {
+        awaiting_ = nullptr;
+        return code;
       }
       for (int64_t i = 0; i < step.every_ticks && !awaiting.matched && node_; ++i, ++ticks) {
         Pass(kTickUs, came);
@@ -602,12 +599,14 @@ void Run::RunTicks(int64_t count) {
     if (options_.progress) options_.progress->Clock(loop.Now());
     return;
   }
+  // In slices of one tick period, until `count` callbacks ran or no timer is left.
   int64_t ran = 0;
-  if (count == 0 || loop.TimerCount() == 0) return;
-  loop.RunRealtime(std::numeric_limits<int64_t>::max() / 2, [&] {
-    if (options_.progress) options_.progress->Clock(loop.Now());
-    return ++ran >= count || loop.TimerCount() == 0;
-  });
+  while (ran < count && loop.TimerCount() > 0) {
+    loop.RunRealtime(kTickUs, [&] {
+      if (options_.progress) options_.progress->Clock(loop.Now());
+      return ++ran >= count;
+    });
+  }
 }
 
 void Run::Send(const Step& step) {
