@@ -34,8 +34,8 @@ options:
   --progress          show a line per finished "repeat" or "wait" step and,
                       at the end, a summary of the round (on standard error)
   --realtime          run the main loop on the wall clock: the 10 ms frame
-                      timer ticks every 10 ms of real time; with --progress,
-                      a progress bar is drawn on a terminal
+                      timer ticks every 10 ms of real time; on a terminal a
+                      progress bar is drawn (and --progress is implied)
   --report DIR        write a picture report into DIR: pictures.png (every
                       picture the round wrote) and report.md
   -h, --help          show this text
@@ -116,8 +116,9 @@ int main(int argc, char** argv) {
   std::ostream terminal_out(std::cout.rdbuf());
   if (echo) options.echo = &terminal_err;
   std::unique_ptr<kivrun::Progress> display;
-  if (progress) {
-    const bool bar = options.realtime && isatty(STDERR_FILENO) != 0;
+  // On the wall clock a round takes its time: on a terminal, show how far it got.
+  const bool bar = options.realtime && isatty(STDERR_FILENO) != 0;
+  if (progress || bar) {
     display = std::make_unique<kivrun::Progress>(terminal_err, bar,
                                                  static_cast<int>(scenario.steps.size()));
     options.progress = display.get();

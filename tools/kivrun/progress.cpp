@@ -29,6 +29,7 @@ void Progress::Clock(int64_t now_us) {
 
 void Progress::Finish() {
   Clear();
+  bar_ = false;  // what follows (the summary) is plain lines
   out_.flush();
 }
 

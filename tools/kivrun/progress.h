@@ -26,7 +26,7 @@ class Progress {
   void Step(int step, const std::string& what);
   // The clock moved on; redraws the bar now and then.
   void Clock(int64_t now_us);
-  // Removes the bar.
+  // Removes the bar for good; later lines are plain.
   void Finish();
 
  private:
