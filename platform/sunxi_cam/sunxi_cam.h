@@ -24,6 +24,7 @@ struct ImageFrame {
   uint64_t laser = 0;        // low four bits: the laser lit in this frame (1 left, 8 right)
   int64_t buffer = 0;        // the library's buffer slot
   uint8_t* data = nullptr;   // the pixels, valid until the frame is handed back
+                             // (on 32-bit targets 4 bytes of padding follow)
 };
 static_assert(sizeof(ImageFrame) == 40);
 static_assert(offsetof(ImageFrame, index) == 0);

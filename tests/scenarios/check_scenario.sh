@@ -3,9 +3,12 @@
 # expected ones. With LASERCALI_UPDATE_EXPECTED=1 it rewrites the expected
 # log instead (review the change before committing it).
 #
-# usage: check_scenario.sh KIVRUN SCENARIO EXPECTED_LOG EXPECTED_EXIT
+# usage: check_scenario.sh KIVRUN SCENARIO EXPECTED_LOG EXPECTED_EXIT [EMULATOR...]
+#   EMULATOR  the command that runs target programs in a cross build (with
+#             its arguments); kivrun runs under it
 set -u
 kivrun=$1 scenario=$2 expected=$3 expected_exit=$4
+shift 4
 actual=$(mktemp)
 trap 'rm -f "$actual"' EXIT
 
@@ -15,7 +18,7 @@ rm -f /tmp/left/*.bmp /tmp/right/*.bmp /tmp/pic/*.bmp /tmp/LL.bmp /tmp/RR.bmp
 
 # Run from the scenario's folder, so messages name the file as it stands
 # there, wherever the checkout is.
-(cd "$(dirname "$scenario")" && exec "$kivrun" --log "$actual" "$(basename "$scenario")")
+(cd "$(dirname "$scenario")" && exec "$@" "$kivrun" --log "$actual" "$(basename "$scenario")")
 code=$?
 
 if [ "${LASERCALI_UPDATE_EXPECTED:-0}" = 1 ]; then

@@ -1,0 +1,14 @@
+# 32-bit ARM Linux with the hard-float ABI (Debian armhf), clang + lld
+# against a sysroot. Code is generated for Debian's armhf baseline: ARMv7-A,
+# Thumb-2, VFPv3-D16.
+#
+#   cmake -S . -B build-armhf -DCMAKE_TOOLCHAIN_FILE=cmake/toolchains/arm-linux-gnueabihf.cmake \
+#         -DCMAKE_SYSROOT=/path/to/armhf-sysroot
+#
+# See linux-cross.cmake for what the sysroot must hold and how tests run.
+set(LASERCALI_TARGET_TRIPLE arm-linux-gnueabihf)
+set(CMAKE_SYSTEM_PROCESSOR armv7l)
+set(LASERCALI_QEMU qemu-arm)
+set(CMAKE_C_FLAGS_INIT "-march=armv7-a -mthumb -mfpu=vfpv3-d16 -mfloat-abi=hard")
+set(CMAKE_CXX_FLAGS_INIT "-march=armv7-a -mthumb -mfpu=vfpv3-d16 -mfloat-abi=hard")
+include(${CMAKE_CURRENT_LIST_DIR}/linux-cross.cmake)
