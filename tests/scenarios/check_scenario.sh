@@ -6,6 +6,8 @@
 # usage: check_scenario.sh KIVRUN SCENARIO EXPECTED_LOG EXPECTED_EXIT [EMULATOR...]
 #   EMULATOR  the command that runs target programs in a cross build (with
 #             its arguments); kivrun runs under it
+# With KIVRUN_PLUGIN set, kivrun plays the scenario with that plug-in
+# instead of the one built with it.
 set -u
 kivrun=$1 scenario=$2 expected=$3 expected_exit=$4
 shift 4
@@ -18,7 +20,12 @@ rm -f /tmp/left/*.bmp /tmp/right/*.bmp /tmp/pic/*.bmp /tmp/LL.bmp /tmp/RR.bmp
 
 # Run from the scenario's folder, so messages name the file as it stands
 # there, wherever the checkout is.
-(cd "$(dirname "$scenario")" && exec "$@" "$kivrun" --log "$actual" "$(basename "$scenario")")
+if [ -n "${KIVRUN_PLUGIN:-}" ]; then
+  (cd "$(dirname "$scenario")" &&
+    exec "$@" "$kivrun" --plugin "$KIVRUN_PLUGIN" --log "$actual" "$(basename "$scenario")")
+else
+  (cd "$(dirname "$scenario")" && exec "$@" "$kivrun" --log "$actual" "$(basename "$scenario")")
+fi
 code=$?
 
 if [ "${LASERCALI_UPDATE_EXPECTED:-0}" = 1 ]; then
