@@ -69,18 +69,24 @@ debian_sources() {
   for f in /etc/apt/sources.list.d/*.sources; do
     [ -f "$f" ] || continue
     awk -v codename="$codename" -v which="$which" '
+      # A stanza is kept with the suites of this release that are wanted.
       function flush() {
-        if (stanza != "" && keep && !(which == "main" && security)) printf "%s\n", stanza
-        stanza = ""; keep = 0; security = 0
+        if (stanza != "" && suites != "" && enabled) printf "%s\n", stanza
+        stanza = ""; suites = ""; enabled = 1
       }
+      BEGIN { enabled = 1 }
       /^[ \t]*$/ { flush(); next }
       /^[ \t]*#/ { next }
       /^Architectures:/ { next }
+      /^Enabled:[ \t]*no/ { enabled = 0 }
       /^Suites:/ {
         for (i = 2; i <= NF; i++) {
-          if ($i == codename || index($i, codename "-") == 1) keep = 1
-          if ($i ~ /-security$/) security = 1
+          if ($i != codename && index($i, codename "-") != 1) continue
+          if (which == "main" && $i ~ /-security$/) continue
+          suites = suites " " $i
         }
+        stanza = stanza "Suites:" suites "\n"
+        next
       }
       { stanza = stanza $0 "\n" }
       END { flush() }' "$f" >>"$out.sources"
@@ -95,6 +101,7 @@ debian_sources() {
         if (suite != codename && index(suite, codename "-") != 1) next
         if (which == "main" && suite ~ /-security$/) next
         gsub(/arch=[^ \]]*/, "")
+        gsub(/\[ *\]/, "")
         print
       }' "$f" >>"$out.list"
   done
