@@ -22,11 +22,10 @@ using NodeBuilder = std::function<std::unique_ptr<KivNode>(const rapidjson::Valu
 using NodeRegistry = std::map<std::string, NodeBuilder>;
 
 // Version tags fixed when a node library is built: a build commit tag of 29
-// characters and a framework build tag of 16.
-inline constexpr char kBuildCommitTag[] = "lasercali-0.1.0-host-00000001";
-inline constexpr char kFrameworkTag[] = "kiv-host-1.0.0.0";
-static_assert(sizeof(kBuildCommitTag) - 1 == 29, "commit tag is 29 characters");
-static_assert(sizeof(kFrameworkTag) - 1 == 16, "framework tag is 16 characters");
+// characters and a framework build tag of 16. Each node library defines
+// both, with exactly that many characters before the terminating zero.
+extern const char kBuildCommitTag[30];
+extern const char kFrameworkTag[17];
 
 class NodeFactory {
  public:

@@ -8,11 +8,25 @@
 #             its arguments); kivrun runs under it
 # With KIVRUN_PLUGIN set, kivrun plays the scenario with that plug-in
 # instead of the one built with it.
+#
+# The node's version tags depend on the build's commit: expected logs write
+# them as @BUILD_COMMIT_TAG@ and @FRAMEWORK_TAG@, which stand for the tags of
+# the build's version header (LASERCALI_VERSION_HEADER, required).
 set -u
 kivrun=$1 scenario=$2 expected=$3 expected_exit=$4
 shift 4
 actual=$(mktemp)
-trap 'rm -f "$actual"' EXIT
+want=$(mktemp)
+trap 'rm -f "$actual" "$want"' EXIT
+
+header=${LASERCALI_VERSION_HEADER:-}
+tag() { sed -n "s/^#define $1 \"\([^\"]*\)\"$/\1/p" "$header"; }
+[ -f "$header" ] || { echo "check_scenario.sh: no version header (LASERCALI_VERSION_HEADER='$header')"; exit 2; }
+commit_tag=$(tag LASERCALI_BUILD_COMMIT_TAG)
+framework_tag=$(tag LASERCALI_FRAMEWORK_TAG)
+[ -n "$commit_tag" ] && [ -n "$framework_tag" ] || { echo "check_scenario.sh: no version tags in $header"; exit 2; }
+expect_tags() { sed -e "s/@BUILD_COMMIT_TAG@/$commit_tag/g" -e "s/@FRAMEWORK_TAG@/$framework_tag/g" "$expected" >"$want"; }
+expect_tags
 
 # Every scenario starts on a robot whose picture folders hold no pictures
 # yet, so what the calculation nodes find depends on the scenario alone.
@@ -29,7 +43,9 @@ fi
 code=$?
 
 if [ "${LASERCALI_UPDATE_EXPECTED:-0}" = 1 ]; then
-  cp "$actual" "$expected"
+  sed -e "s/\"$commit_tag\"/\"@BUILD_COMMIT_TAG@\"/g" -e "s/\"$framework_tag\"/\"@FRAMEWORK_TAG@\"/g" \
+    "$actual" >"$expected"
+  expect_tags
   echo "rewrote $expected"
 fi
 status=0
@@ -37,7 +53,7 @@ if [ "$code" != "$expected_exit" ]; then
   echo "kivrun exited with $code, expected $expected_exit"
   status=1
 fi
-if ! diff -u "$expected" "$actual"; then
+if ! diff -u --label "$expected" --label actual "$want" "$actual"; then
   echo "the event log differs from $expected (- expected, + actual)"
   status=1
 fi
