@@ -1,12 +1,13 @@
 # The robot SDK: the kiv framework library and the camera library as the
 # robot provides them, for building the plug-in alone (-DLASERCALI_SDK=DIR).
 #
-# The SDK folder holds:
+# The SDK folder holds (include/lasercali/ is searched as well as include/):
 #   include/framework/kiv.h, kiv_*.h            the framework's header templates and
 #                                               the declarations of its operations
 #   include/platform/sunxi_cam/sunxi_cam.h      the camera library's interface
 #   lib/libkiv.so, lib/libsunxi_cam.so          the two libraries (lib/<triple>/ also
 #                                               searched), each with its SONAME
+# An install of this project (components tools and dev) is laid out so.
 #
 # Makes the targets the plug-in's sources link: kiv_headers (the framework's
 # headers and rapidjson), kiv and sunxi_cam (imported shared libraries). The
@@ -18,7 +19,8 @@ if(NOT IS_DIRECTORY "${LASERCALI_SDK}")
 endif()
 
 function(lasercali_sdk_find_header var header)
-  find_path(${var} ${header} PATHS "${LASERCALI_SDK}/include" NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
+  find_path(${var} ${header} PATHS "${LASERCALI_SDK}/include" PATH_SUFFIXES lasercali
+    NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
   if(NOT ${var})
     message(FATAL_ERROR "LASERCALI_SDK: ${LASERCALI_SDK}/include/${header} not found")
   endif()

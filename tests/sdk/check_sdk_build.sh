@@ -1,10 +1,10 @@
 #!/bin/sh
 # Builds the plug-in alone against a stand-in robot SDK and plays a whole
 # round with it, to show that the plug-in needs nothing of this tree but its
-# own sources: the SDK folder is made by installing the "sdk" component of
-# BUILD_DIR (the framework's headers and libkiv, the camera library's header
-# and libsunxi_cam) into a scratch folder, and the plug-in is configured with
-# -DLASERCALI_SDK pointing there.
+# own sources: the SDK folder is made by installing the "tools" and "dev"
+# components of BUILD_DIR (among them the framework's headers and libkiv,
+# the camera library's header and libsunxi_cam) into a scratch folder, and
+# the plug-in is configured with -DLASERCALI_SDK pointing there.
 #
 # Checks: the SDK build makes the plug-in and neither host library; every
 # header it compiled came from the SDK or from the node's own msgs/ and src/,
@@ -28,8 +28,10 @@ work=$(mktemp -d "${TMPDIR:-/tmp}/sdk_build.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 fail() { echo "check_sdk_build: $*"; exit 1; }
 
-cmake --install "$build" --prefix "$work/sdk" --component sdk >"$work/install.log" 2>&1 ||
-  { cat "$work/install.log"; fail "installing the SDK component failed"; }
+for component in tools dev; do
+  cmake --install "$build" --prefix "$work/sdk" --component $component >>"$work/install.log" 2>&1 ||
+    { cat "$work/install.log"; fail "installing the $component component failed"; }
+done
 # shellcheck disable=SC2086 # the configure arguments are separate words
 cmake -S "$source" -B "$work/build" -DLASERCALI_SDK="$work/sdk" $cmake_args >"$work/configure.log" 2>&1 ||
   { cat "$work/configure.log"; fail "configuring the SDK build failed"; }
@@ -49,9 +51,9 @@ if grep -l -e "$source/framework/" -e "$source/platform/" $deps; then
   fail "the objects above read headers of the tree's framework/ or platform/"
 fi
 # shellcheck disable=SC2086
-grep -q "$work/sdk/include/framework/kiv.h" $deps || fail "no object read the SDK's framework/kiv.h"
+grep -q "$work/sdk/include/lasercali/framework/kiv.h" $deps || fail "no object read the SDK's framework/kiv.h"
 # shellcheck disable=SC2086
-grep -q "$work/sdk/include/platform/sunxi_cam/sunxi_cam.h" $deps ||
+grep -q "$work/sdk/include/lasercali/platform/sunxi_cam/sunxi_cam.h" $deps ||
   fail "no object read the SDK's sunxi_cam.h"
 
 KIVRUN_PLUGIN="$plugin" "$(dirname "$0")/../scenarios/check_scenario.sh" \
