@@ -1,12 +1,15 @@
 // kivrun: plays a scenario against the calibration node on a PC.
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <iostream>
 #include <memory>
 #include <string>
+#include <vector>
 
+#include "tools/command_line.h"
 #include "tools/kivrun/progress.h"
 #include "tools/kivrun/runner.h"
 #include "tools/kivrun/scenario.h"
@@ -40,17 +43,53 @@ options:
                       picture the round wrote) and report.md
   -h, --help          show this text
 
+A value follows its option as "--log FILE" or "--log=FILE". A long option
+may be shortened to any prefix that names only it ("--con" for --config);
+"--" ends the options.
+
 exit codes: 0 the scenario ran to its end; 1 the scenario is wrong (the
-message names the file and the step); 2 bad command line (or the report
-could not be written); 3 the plug-in could not be loaded or the node could
+message names the file and the step); 2 bad command line, or the log, the
+trace or the report could not be written; 3 the plug-in could not be loaded or the node could
 not be built; 4 a "repeat" or "wait" step did not get its answer within its
 limit (the message says what came instead).
 
 The scenario format and the event log are described in docs/kivrun.md.
 )";
 
+// The options, as getopt_long reads them. A long option without a short name
+// gets an id above 255.
+enum OptionId {
+  kHelp = 'h',
+  kConfig = 256,
+  kPlugin,
+  kLog,
+  kEcho,
+  kTraceTimes,
+  kProgress,
+  kRealtime,
+  kReport,
+};
+
+const std::vector<toolcli::Option> kOptions = {
+    {"config", 0, "a file", kConfig},
+    {"plugin", 0, "a path", kPlugin},
+    {"log", 0, "a file", kLog},
+    {"echo", 0, nullptr, kEcho},
+    {"trace-times", 0, "a file", kTraceTimes},
+    {"progress", 0, nullptr, kProgress},
+    {"realtime", 0, nullptr, kRealtime},
+    {"report", 0, "a folder", kReport},
+    {"help", 'h', nullptr, kHelp},
+};
+
 int UsageError(const std::string& message) {
-  std::cerr << "kivrun: " << message << "\n(kivrun --help shows the usage)\n";
+  toolcli::ReportUsageError(std::cerr, "kivrun", message);
+  return kivrun::kUsageError;
+}
+
+// An output file kivrun cannot open: not a usage mistake, but the same exit code.
+int CannotWrite(const std::string& path) {
+  std::cerr << "kivrun: cannot write " << path << ": " << std::strerror(errno) << "\n";
   return kivrun::kUsageError;
 }
 
@@ -62,40 +101,49 @@ int main(int argc, char** argv) {
   std::string scenario_path, config_path, log_path, trace_path;
   bool echo = false, progress = false;
 
-  for (int i = 1; i < argc; ++i) {
-    const std::string arg = argv[i];
-    auto value = [&](std::string& into) {
-      if (i + 1 >= argc) return false;
-      into = argv[++i];
-      return true;
-    };
-    if (arg == "-h" || arg == "--help") {
-      std::cout << kUsage;
-      return kivrun::kOk;
-    } else if (arg == "--config") {
-      if (!value(config_path)) return UsageError("--config needs a file");
-    } else if (arg == "--plugin") {
-      if (!value(options.plugin)) return UsageError("--plugin needs a path");
-    } else if (arg == "--log") {
-      if (!value(log_path)) return UsageError("--log needs a file");
-    } else if (arg == "--trace-times") {
-      if (!value(trace_path)) return UsageError("--trace-times needs a file");
-    } else if (arg == "--report") {
-      if (!value(options.report_dir)) return UsageError("--report needs a folder");
-    } else if (arg == "--echo") {
-      echo = true;
-    } else if (arg == "--progress") {
-      progress = true;
-    } else if (arg == "--realtime") {
-      options.realtime = true;
-    } else if (arg.size() > 1 && arg[0] == '-') {
-      return UsageError("unknown option " + arg);
-    } else if (scenario_path.empty()) {
-      scenario_path = arg;
-    } else {
-      return UsageError("one scenario at a time (got " + scenario_path + " and " + arg + ")");
+  toolcli::CommandLine command_line(argc, argv, kOptions);
+  try {
+    int id = 0;
+    std::string value;
+    while (command_line.Next(&id, &value)) {
+      switch (id) {
+        case kHelp:
+          std::cout << kUsage;
+          return kivrun::kOk;
+        case kConfig:
+          config_path = value;
+          break;
+        case kPlugin:
+          options.plugin = value;
+          break;
+        case kLog:
+          log_path = value;
+          break;
+        case kTraceTimes:
+          trace_path = value;
+          break;
+        case kReport:
+          options.report_dir = value;
+          break;
+        case kEcho:
+          echo = true;
+          break;
+        case kProgress:
+          progress = true;
+          break;
+        case kRealtime:
+          options.realtime = true;
+          break;
+      }
     }
+  } catch (const toolcli::UsageError& e) {
+    return UsageError(e.what());
   }
+  const std::vector<std::string>& operands = command_line.Operands();
+  if (operands.size() > 1) {
+    return UsageError("one scenario at a time (got " + operands[0] + " and " + operands[1] + ")");
+  }
+  if (operands.size() == 1) scenario_path = operands[0];
   if (scenario_path.empty() && config_path.empty()) {
     return UsageError("give a scenario or a --config");
   }
@@ -127,14 +175,14 @@ int main(int argc, char** argv) {
   std::ofstream trace_file;
   if (!trace_path.empty()) {
     trace_file.open(trace_path);
-    if (!trace_file) return UsageError("cannot write " + trace_path);
+    if (!trace_file) return CannotWrite(trace_path);
     options.trace_times = &trace_file;
   }
   std::ofstream log_file;
   std::ostream* log = &terminal_out;
   if (!log_path.empty()) {
     log_file.open(log_path);
-    if (!log_file) return UsageError("cannot write " + log_path);
+    if (!log_file) return CannotWrite(log_path);
     log = &log_file;
   }
   return kivrun::RunScenario(scenario, options, *log, terminal_err);

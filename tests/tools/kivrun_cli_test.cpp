@@ -1,0 +1,209 @@
+// kivrun's command line, run as a program: values after "=" or as the next
+// argument, prefixes, "--", help, and the messages of a bad command line.
+//
+// The runs that get as far as the node use a configuration without
+// "delt_app": the plug-in loads and the builder is called with it, then the
+// construction stops (exit code 3) before the node makes its picture
+// folders. So a run writes nothing but its files in the test's own folder.
+#include <gtest/gtest.h>
+#include <rapidjson/document.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const char kHint[] = "Try 'kivrun --help' for usage.";
+
+struct KivrunRun {
+  int status = -1;
+  std::string out;
+  std::vector<std::string> err;  // lines
+};
+
+std::string ReadFile(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+std::vector<std::string> Lines(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
+}
+
+class KivrunCliTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char pattern[] = "/tmp/kivrun_cli_test.XXXXXX";
+    ASSERT_NE(mkdtemp(pattern), nullptr);
+    dir_ = pattern;
+    config_ = Write("config.json", R"({"name": "cli_test", "delt_factory": 7})");
+  }
+  void TearDown() override {
+    if (!dir_.empty()) fs::remove_all(dir_);
+  }
+
+  // Writes `text` as the test folder's file `name`; returns its path.
+  std::string Write(const std::string& name, const std::string& text) {
+    std::ofstream(dir_ / name) << text;
+    return (dir_ / name).string();
+  }
+  std::string Path(const std::string& name) const { return (dir_ / name).string(); }
+
+  // Runs kivrun with `args` from the test folder.
+  KivrunRun Kivrun(const std::string& args) {
+    const std::string command = "cd '" + dir_.string() + "' && " + std::string(KIVRUN) + " " +
+                                args + " >" + Path("out.txt") + " 2>" + Path("err.txt");
+    const int raw = std::system(command.c_str());
+    KivrunRun run;
+    run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    run.out = ReadFile(Path("out.txt"));
+    run.err = Lines(ReadFile(Path("err.txt")));
+    return run;
+  }
+
+  // The event log in the test folder's file `name`, one document per line.
+  std::vector<rapidjson::Document> Log(const std::string& name) {
+    std::vector<rapidjson::Document> events;
+    for (const std::string& line : Lines(ReadFile(Path(name)))) {
+      events.emplace_back();
+      events.back().Parse(line.c_str());
+      EXPECT_FALSE(events.back().HasParseError()) << line;
+    }
+    return events;
+  }
+
+  // The configuration the builder got, as logged in `log`; "" when it was not called.
+  std::string BuiltName(const std::string& log) {
+    for (const auto& event : Log(log)) {
+      if (event.IsObject() && std::string(event["event"].GetString()) == "build") {
+        return event["config"]["name"].GetString();
+      }
+    }
+    return "";
+  }
+
+  // The run got as far as the builder with the test's configuration and
+  // wrote its log into `log`.
+  void ExpectBuiltFromConfig(const KivrunRun& run, const std::string& log) {
+    EXPECT_EQ(run.status, 3);
+    EXPECT_EQ(run.out, "") << "the log goes to the file";
+    EXPECT_EQ(BuiltName(log), "cli_test");
+    const auto events = Log(log);
+    ASSERT_FALSE(events.empty());
+    EXPECT_STREQ(events.back()["event"].GetString(), "end");
+    EXPECT_EQ(events.back()["exit"].GetInt(), 3);
+  }
+
+  // kivrun refused the command line with `message` and the hint, and wrote nothing.
+  void ExpectUsageError(const std::string& args, const std::string& message) {
+    SCOPED_TRACE("kivrun " + args);
+    const KivrunRun run = Kivrun(args);
+    EXPECT_EQ(run.status, 2);
+    ASSERT_EQ(run.err.size(), 2u);
+    EXPECT_EQ(run.err[0], "kivrun: " + message);
+    EXPECT_EQ(run.err[1], kHint);
+    EXPECT_EQ(run.out, "");
+    EXPECT_FALSE(fs::exists(dir_ / "log.jsonl"));
+  }
+
+  fs::path dir_;
+  std::string config_;
+};
+
+TEST_F(KivrunCliTest, ValuesFollowAnEqualsSign) {
+  ExpectBuiltFromConfig(Kivrun("--log=" + Path("log.jsonl") + " --config=" + config_), "log.jsonl");
+}
+
+TEST_F(KivrunCliTest, ValuesAreTheNextArgument) {
+  ExpectBuiltFromConfig(Kivrun("--log " + Path("log.jsonl") + " --config " + config_), "log.jsonl");
+}
+
+TEST_F(KivrunCliTest, PluginTakesItsPathEitherWay) {
+  for (const std::string option : {"--plugin=", "--plugin "}) {
+    SCOPED_TRACE(option);
+    const KivrunRun run =
+        Kivrun(option + Path("none.so") + " --config=" + config_ + " --log=" + Path("log.jsonl"));
+    EXPECT_EQ(run.status, 3);
+    ASSERT_FALSE(run.err.empty());
+    EXPECT_EQ(run.err[0].rfind("kivrun: cannot load plug-in '" + Path("none.so") + "'", 0), 0u)
+        << run.err[0];
+  }
+  ExpectBuiltFromConfig(Kivrun(std::string("--plugin=") + LASERCALI_PLUGIN_PATH +
+                               " --config=" + config_ + " --log=" + Path("log.jsonl")),
+                        "log.jsonl");
+}
+
+TEST_F(KivrunCliTest, ScenarioMayStandBeforeOrAmongTheOptions) {
+  const std::string scenario =
+      Write("scenario.json", R"({"config_file": "config.json", "steps": []})");
+  ExpectBuiltFromConfig(Kivrun(scenario + " --log=" + Path("first.jsonl")), "first.jsonl");
+  ExpectBuiltFromConfig(Kivrun("--echo " + scenario + " --log " + Path("among.jsonl")),
+                        "among.jsonl");
+}
+
+TEST_F(KivrunCliTest, AnUnambiguousPrefixStandsForItsOption) {
+  ExpectBuiltFromConfig(Kivrun("--con=" + config_ + " --lo " + Path("log.jsonl")), "log.jsonl");
+}
+
+TEST_F(KivrunCliTest, DoubleDashEndsTheOptions) {
+  Write("-scenario.json", R"({"config_file": "config.json", "steps": []})");
+  ExpectBuiltFromConfig(Kivrun("--log=" + Path("log.jsonl") + " -- -scenario.json"), "log.jsonl");
+  fs::remove(dir_ / "log.jsonl");
+  ExpectUsageError("-scenario.json", "unknown option -s");
+}
+
+TEST_F(KivrunCliTest, BadCommandLinesNameTheProblem) {
+  const std::string log = " --log=" + Path("log.jsonl");
+  ExpectUsageError("--frobnicate --config=" + config_ + log, "unknown option --frobnicate");
+  ExpectUsageError("--frobnicate=1 --config=" + config_ + log, "unknown option --frobnicate");
+  ExpectUsageError("-x --config=" + config_ + log, "unknown option -x");
+  ExpectUsageError(log + " --config", "--config needs a file");
+  ExpectUsageError("--config=" + config_ + " --log", "--log needs a file");
+  ExpectUsageError("--config=" + config_ + log + " --report", "--report needs a folder");
+  ExpectUsageError("--config=" + config_ + log + " --plugin", "--plugin needs a path");
+  ExpectUsageError("--config=" + config_ + log + " --trace-times", "--trace-times needs a file");
+  ExpectUsageError("--config=" + config_ + " --log=", "--log needs a file, not ''");
+  ExpectUsageError("--config=" + config_ + log + " --echo=x", "--echo takes no value");
+  ExpectUsageError("--config=" + config_ + log + " --realtime=1", "--realtime takes no value");
+  ExpectUsageError("--config=" + config_ + log + " --re " + Path("report"),
+                   "ambiguous option --re (--realtime or --report)");
+  ExpectUsageError("--config=" + config_ + log + " --p=x",
+                   "ambiguous option --p (--plugin or --progress)");
+  ExpectUsageError("a.json b.json" + log, "one scenario at a time (got a.json and b.json)");
+  ExpectUsageError(log, "give a scenario or a --config");
+  EXPECT_FALSE(fs::exists(dir_ / "report"));
+}
+
+TEST_F(KivrunCliTest, AnOutputThatCannotBeOpenedIsNoUsageMistake) {
+  const KivrunRun run = Kivrun("--config=" + config_ + " --log=" + Path("missing/log.jsonl"));
+  EXPECT_EQ(run.status, 2);
+  ASSERT_EQ(run.err.size(), 1u);
+  EXPECT_EQ(run.err[0],
+            "kivrun: cannot write " + Path("missing/log.jsonl") + ": No such file or directory");
+}
+
+TEST_F(KivrunCliTest, HelpShowsTheUsage) {
+  for (const std::string args : {"-h", "--help", "--he", "--config=x.json --help"}) {
+    SCOPED_TRACE(args);
+    const KivrunRun run = Kivrun(args);
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.out.rfind("usage: kivrun [OPTIONS] [SCENARIO.json]\n", 0), 0u) << run.out;
+    EXPECT_NE(run.out.find("--log=FILE"), std::string::npos);
+    EXPECT_TRUE(run.err.empty());
+  }
+}
+
+}  // namespace
