@@ -1,6 +1,7 @@
 // stripe-inspect, run as a program on pictures written for the test.
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>
+#include <stdlib.h>
 #include <sys/wait.h>
 
 #include <cstdlib>
@@ -18,8 +19,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const fs::path kDir = "/tmp/stripe_tool_test";
-
 struct ToolRun {
   int status = -1;
   std::string out;
@@ -35,29 +34,33 @@ std::string ReadFile(const fs::path& path) {
 
 class StripeInspectTest : public ::testing::Test {
  protected:
+  // Each test works in a folder of its own, so runs never meet.
   void SetUp() override {
-    fs::remove_all(kDir);
-    fs::create_directories(kDir);
+    char pattern[] = "/tmp/stripe_tool_test.XXXXXX";
+    ASSERT_NE(mkdtemp(pattern), nullptr);
+    dir_ = pattern;
     fs::remove("/tmp/LL.bmp");
     fs::remove("/tmp/RR.bmp");
   }
-  void TearDown() override { fs::remove_all(kDir); }
+  void TearDown() override {
+    if (!dir_.empty()) fs::remove_all(dir_);
+  }
 
-  // Writes `picture` as kDir/name and returns its path.
-  static std::string Picture(const std::string& name, const cv::Mat& picture) {
-    const std::string path = (kDir / name).string();
+  // Writes `picture` as dir_/name and returns its path.
+  std::string Picture(const std::string& name, const cv::Mat& picture) {
+    const std::string path = (dir_ / name).string();
     EXPECT_TRUE(cv::imwrite(path, picture));
     return path;
   }
 
-  static ToolRun Inspect(const std::string& args) {
+  ToolRun Inspect(const std::string& args) {
     const std::string command = std::string(STRIPE_INSPECT) + " " + args + " >" +
-                                (kDir / "out.txt").string() + " 2>" + (kDir / "err.txt").string();
+                                (dir_ / "out.txt").string() + " 2>" + (dir_ / "err.txt").string();
     const int raw = std::system(command.c_str());
     ToolRun run;
     run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    run.out = ReadFile(kDir / "out.txt");
-    run.err = ReadFile(kDir / "err.txt");
+    run.out = ReadFile(dir_ / "out.txt");
+    run.err = ReadFile(dir_ / "err.txt");
     return run;
   }
 
@@ -68,6 +71,8 @@ class StripeInspectTest : public ::testing::Test {
     EXPECT_TRUE(json.IsObject()) << run.out;
     return json;
   }
+
+  fs::path dir_;  // the test's folder
 };
 
 TEST_F(StripeInspectTest, CutPictureIsReportedAndWrittenAsTheNodeWouldStoreIt) {
@@ -77,8 +82,8 @@ TEST_F(StripeInspectTest, CutPictureIsReportedAndWrittenAsTheNodeWouldStoreIt) {
   kivplugcali::CutStripe(picture, 8, &cut);
   ASSERT_EQ(cut.result, 0);
 
-  const fs::path out = kDir / "cut.bmp";
-  const fs::path overlay = kDir / "overlay.png";
+  const fs::path out = dir_ / "cut.bmp";
+  const fs::path overlay = dir_ / "overlay.png";
   const ToolRun run = Inspect(path + " --side right --distance 30 --delt 7 --json --out " +
                               out.string() + " --overlay " + overlay.string());
   ASSERT_EQ(run.status, 0) << run.err;
@@ -114,10 +119,10 @@ TEST_F(StripeInspectTest, TextReportNamesTheOutcome) {
 }
 
 TEST_F(StripeInspectTest, TwoStripesLeaveTheLaterValuesNullAndWriteNoCutPicture) {
-  const fs::path out = kDir / "cut.bmp";
+  const fs::path out = dir_ / "cut.bmp";
   const ToolRun run =
       Inspect(Picture("two.png", testsupport::TwoStripePicture()) + " --json --overlay " +
-              (kDir / "o.png").string() + " --out " + out.string());
+              (dir_ / "o.png").string() + " --out " + out.string());
   ASSERT_EQ(run.status, 0) << run.err;
   const rapidjson::Document json = Json(run);
   EXPECT_EQ(json["result"].GetInt(), 1);
@@ -129,7 +134,7 @@ TEST_F(StripeInspectTest, TwoStripesLeaveTheLaterValuesNullAndWriteNoCutPicture)
   EXPECT_TRUE(json["file"].IsNull());
   EXPECT_TRUE(json["two_stripe_row"].IsInt());
   EXPECT_FALSE(fs::exists(out));
-  EXPECT_TRUE(fs::exists(kDir / "o.png"));
+  EXPECT_TRUE(fs::exists(dir_ / "o.png"));
   EXPECT_NE(run.err.find("not cut"), std::string::npos) << run.err;
 }
 
@@ -189,27 +194,118 @@ TEST_F(StripeInspectTest, WrongSizeAndUnreadablePicturesFail) {
   EXPECT_EQ(deep.status, 1);
   EXPECT_NE(deep.err.find("16-bit"), std::string::npos) << deep.err;
 
-  const ToolRun missing = Inspect((kDir / "missing.png").string());
+  const ToolRun missing = Inspect((dir_ / "missing.png").string());
   EXPECT_EQ(missing.status, 1);
   EXPECT_NE(missing.err.find("cannot open"), std::string::npos) << missing.err;
 
-  std::ofstream(kDir / "text.png") << "not a picture";
-  const ToolRun text = Inspect((kDir / "text.png").string());
+  std::ofstream(dir_ / "text.png") << "not a picture";
+  const ToolRun text = Inspect((dir_ / "text.png").string());
   EXPECT_EQ(text.status, 1);
   EXPECT_NE(text.err.find("cannot read a picture"), std::string::npos) << text.err;
 }
 
-TEST_F(StripeInspectTest, BadCommandLinesExitWith2) {
+// The first line of standard error, without its newline.
+std::string FirstLine(const std::string& text) { return text.substr(0, text.find('\n')); }
+
+// stripe-inspect refused the command line with `message` and the hint, and
+// printed no report.
+void ExpectUsageError(const ToolRun& run, const std::string& message) {
+  EXPECT_EQ(run.status, 2);
+  EXPECT_EQ(run.err, "stripe-inspect: " + message + "\nTry 'stripe-inspect --help' for usage.\n");
+  EXPECT_EQ(run.out, "");
+}
+
+TEST_F(StripeInspectTest, BadCommandLinesExitWith2AndNameTheProblem) {
   const std::string path = Picture("bent.png", testsupport::BentStripePicture());
-  for (const std::string& args :
-       {std::string(""), path + " --side up", path + " --distance 65536", path + " --delt -1",
-        path + " --distance 3x", path + " --frobnicate", path + " --overlay", path + " --json=1",
-        path + " " + path}) {
-    const ToolRun run = Inspect(args);
-    EXPECT_EQ(run.status, 2) << "args: " << args;
-    EXPECT_NE(run.err.find("stripe-inspect: "), std::string::npos) << "args: " << args;
-    EXPECT_EQ(run.out, "") << "args: " << args;
+  const struct {
+    std::string args;
+    std::string message;
+  } cases[] = {
+      {"", "no picture given"},
+      {path + " " + path, "one picture at a time; '" + path + "' is one too many"},
+      {path + " --side up", "--side needs left or right, not 'up'"},
+      {path + " --side=", "--side needs left or right, not ''"},
+      {path + " --side", "--side needs left or right"},
+      {path + " --frobnicate", "unknown option --frobnicate"},
+      {path + " --frobnicate=3", "unknown option --frobnicate"},
+      {path + " -x", "unknown option -x"},
+      {path + " --overlay", "--overlay needs a file name"},
+      {path + " --out=", "--out needs a file name, not ''"},
+      {path + " --json=1", "--json takes no value"},
+      {path + " --gray=", "--gray takes no value"},
+      {path + " --d 5", "ambiguous option --d (--distance or --delt)"},
+      {path + " --o=x.png", "ambiguous option --o (--overlay or --out)"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE("args: " + c.args);
+    ExpectUsageError(Inspect(c.args), c.message);
   }
+}
+
+TEST_F(StripeInspectTest, NumbersArePlainDecimalDigitsFrom0To65535) {
+  const std::string path = Picture("bent.png", testsupport::BentStripePicture());
+  const std::string range = " needs a whole number from 0 to 65535, not '";
+  for (const std::string option : {"--distance", "--delt"}) {
+    for (const std::string& text :
+         {std::string("+5"), std::string(" 5"), std::string("5 "), std::string("0x5"),
+          std::string("5.0"), std::string("1e2"), std::string(""), std::string("-1"),
+          std::string("-0"), std::string("65536"), std::string("99999999999999999999"),
+          std::string("5x"), std::string("\t5")}) {
+      SCOPED_TRACE(option + " '" + text + "'");
+      ExpectUsageError(Inspect(path + " '" + option + "=" + text + "'"),
+                       option + range + text + "'");
+      if (!text.empty()) {
+        ExpectUsageError(Inspect(path + " " + option + " '" + text + "'"),
+                         option + range + text + "'");
+      }
+    }
+    ExpectUsageError(Inspect(path + " " + option),
+                     option + " needs a whole number from 0 to 65535");
+  }
+}
+
+TEST_F(StripeInspectTest, PlainNumbersAreTakenEitherWay) {
+  const std::string path = Picture("bent.png", testsupport::BentStripePicture());
+  const struct {
+    std::string args;
+    int distance;
+    int delt;
+    std::string file;
+  } cases[] = {
+      {"--distance=30 --delt=7", 30, 7, "/tmp/left/3007.bmp"},
+      {"--distance 30 --delt 7", 30, 7, "/tmp/left/3007.bmp"},
+      {"--distance=0 --delt=0", 0, 0, "/tmp/left/0.bmp"},
+      {"--distance 65535 --delt 65535", 65535, 65535, ""},
+      {"--distance=007 --delt=00", 7, 0, "/tmp/left/700.bmp"},
+      {"--dist=12 --del 3", 12, 3, "/tmp/left/1203.bmp"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE("args: " + c.args);
+    const ToolRun run = Inspect(path + " --json " + c.args);
+    ASSERT_EQ(run.status, 0) << run.err;
+    const rapidjson::Document json = Json(run);
+    EXPECT_EQ(json["distance"].GetInt(), c.distance);
+    EXPECT_EQ(json["delt"].GetInt(), c.delt);
+    if (!c.file.empty()) {
+      EXPECT_STREQ(json["file"].GetString(), c.file.c_str());
+    }
+  }
+}
+
+TEST_F(StripeInspectTest, OptionsMayFollowThePictureAndDoubleDashEndsThem) {
+  const std::string path = Picture("-bent.png", testsupport::BentStripePicture());
+  const ToolRun after = Inspect(path + " --side=right --json");
+  ASSERT_EQ(after.status, 0) << after.err;
+  EXPECT_STREQ(Json(after)["side"].GetString(), "right");
+
+  // From the picture's folder, its name alone looks like an option.
+  const std::string command = "cd " + dir_.string() + " && " + std::string(STRIPE_INSPECT) +
+                              " --json -- -bent.png >" + (dir_ / "out.txt").string() + " 2>" +
+                              (dir_ / "err.txt").string();
+  const int raw = std::system(command.c_str());
+  ASSERT_TRUE(WIFEXITED(raw));
+  EXPECT_EQ(WEXITSTATUS(raw), 0) << ReadFile(dir_ / "err.txt");
+  EXPECT_EQ(FirstLine(ReadFile(dir_ / "out.txt")).rfind("{\"image\":\"-bent.png\"", 0), 0u);
 }
 
 TEST_F(StripeInspectTest, HelpExplainsUsage) {

@@ -17,9 +17,11 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "src/caligetpic.h"
 #include "src/stripecut.h"
+#include "tools/command_line.h"
 #include "tools/stripe_tool/overlay.h"
 
 namespace {
@@ -51,6 +53,12 @@ Options:
   --gray              convert a colour picture to gray before the cut
   -h, --help          show this help and exit
 
+Options may come before or after IMAGE. A value follows its option as
+"--distance 30" or "--distance=30"; D and N are plain decimal digits (no
+sign, blank, 0x, fraction or exponent). A long option may be shortened to
+any prefix that names only it ("--dist" for --distance); "--" ends the
+options.
+
 The exit status is 0 whatever the outcome of the cut; 1 when the picture
 cannot be read, has the wrong shape, or an output cannot be written; 2 for
 bad options.
@@ -67,84 +75,86 @@ struct Options {
   bool gray = false;
 };
 
-// A bad command line: its message, for standard error, exit status 2.
-struct UsageError : std::runtime_error {
-  using std::runtime_error::runtime_error;
+// The options, as getopt_long reads them. A long option without a short name
+// gets an id above 255.
+enum OptionId {
+  kHelp = 'h',
+  kSide = 256,
+  kDistance,
+  kDelt,
+  kOverlay,
+  kOut,
+  kJson,
+  kGray,
 };
 
-uint16_t ParseU16(const std::string& option, const std::string& text) {
-  std::size_t used = 0;
-  long value = -1;
-  try {
-    value = std::stol(text, &used, 10);
-  } catch (const std::exception&) {
-    used = 0;
-  }
-  if (used != text.size() || text.empty() || value < 0 || value > 65535) {
-    throw UsageError(option + " needs a whole number from 0 to 65535, not '" + text + "'");
+constexpr char kWholeNumber[] = "a whole number from 0 to 65535";
+
+const std::vector<toolcli::Option> kOptions = {
+    {"side", 0, "left or right", kSide}, {"distance", 0, kWholeNumber, kDistance},
+    {"delt", 0, kWholeNumber, kDelt},    {"overlay", 0, "a file name", kOverlay},
+    {"out", 0, "a file name", kOut},     {"json", 0, nullptr, kJson},
+    {"gray", 0, nullptr, kGray},         {"help", 'h', nullptr, kHelp},
+};
+
+// A number option's value: plain decimal digits and nothing else (no sign,
+// blank, base prefix, fraction or exponent), from 0 to 65535.
+uint16_t ParseU16(const toolcli::CommandLine& command_line, int id, const std::string& text) {
+  if (text.empty()) throw toolcli::UsageError(command_line.BadValue(id, text));
+  long value = 0;
+  for (const char c : text) {
+    if (c < '0' || c > '9') throw toolcli::UsageError(command_line.BadValue(id, text));
+    value = value * 10 + (c - '0');
+    if (value > 65535) throw toolcli::UsageError(command_line.BadValue(id, text));
   }
   return static_cast<uint16_t>(value);
 }
 
-// Returns nullopt when help was asked for.
+// Returns nullopt when help was asked for; throws toolcli::UsageError.
 std::optional<Options> ParseArgs(int argc, char** argv) {
   Options options;
-  bool have_image = false;
-  for (int i = 1; i < argc; ++i) {
-    std::string arg = argv[i];
-    if (arg == "-h" || arg == "--help") return std::nullopt;
-    if (arg.size() > 2 && arg.compare(0, 2, "--") == 0) {
-      std::string name = arg;
-      std::optional<std::string> value;
-      const std::size_t eq = arg.find('=');
-      if (eq != std::string::npos) {
-        name = arg.substr(0, eq);
-        value = arg.substr(eq + 1);
-      }
-      auto take_value = [&]() -> std::string {
-        if (value) return *value;
-        if (i + 1 >= argc) throw UsageError(name + " needs a value");
-        return argv[++i];
-      };
-      auto no_value = [&]() {
-        if (value) throw UsageError(name + " takes no value");
-      };
-      if (name == "--side") {
-        const std::string side = take_value();
-        if (side == "left") {
+  toolcli::CommandLine command_line(argc, argv, kOptions);
+  int id = 0;
+  std::string value;
+  while (command_line.Next(&id, &value)) {
+    switch (id) {
+      case kHelp:
+        return std::nullopt;
+      case kSide:
+        if (value == "left") {
           options.mode = kivplugcali::kStripeWalkLeft;
-        } else if (side == "right") {
+        } else if (value == "right") {
           options.mode = kivplugcali::kStripeWalkRight;
         } else {
-          throw UsageError("--side is left or right, not '" + side + "'");
+          throw toolcli::UsageError(command_line.BadValue(id, value));
         }
-      } else if (name == "--distance") {
-        options.distance = ParseU16(name, take_value());
-      } else if (name == "--delt") {
-        options.delt = ParseU16(name, take_value());
-      } else if (name == "--overlay" || name == "--out") {
-        std::string& file = name == "--overlay" ? options.overlay : options.out;
-        file = take_value();
-        if (file.empty()) throw UsageError(name + " needs a file name");
-      } else if (name == "--json") {
-        no_value();
+        break;
+      case kDistance:
+        options.distance = ParseU16(command_line, id, value);
+        break;
+      case kDelt:
+        options.delt = ParseU16(command_line, id, value);
+        break;
+      case kOverlay:
+        options.overlay = value;
+        break;
+      case kOut:
+        options.out = value;
+        break;
+      case kJson:
         options.json = true;
-      } else if (name == "--gray") {
-        no_value();
+        break;
+      case kGray:
         options.gray = true;
-      } else {
-        throw UsageError("unknown option " + name);
-      }
-    } else if (arg.size() > 1 && arg[0] == '-') {
-      throw UsageError("unknown option " + arg);
-    } else if (!have_image) {
-      options.image = arg;
-      have_image = true;
-    } else {
-      throw UsageError("one picture at a time; '" + arg + "' is one too many");
+        break;
     }
   }
-  if (!have_image) throw UsageError("no picture given");
+  const std::vector<std::string>& pictures = command_line.Operands();
+  if (pictures.empty()) throw toolcli::UsageError("no picture given");
+  if (pictures.size() > 1) {
+    throw toolcli::UsageError("one picture at a time; '" + pictures[1] + "' is one too many");
+  }
+  options.image = pictures[0];
   return options;
 }
 
@@ -391,9 +401,8 @@ int main(int argc, char** argv) {
   std::optional<Options> options;
   try {
     options = ParseArgs(argc, argv);
-  } catch (const UsageError& e) {
-    std::cerr << "stripe-inspect: " << e.what() << "\n"
-              << "Try 'stripe-inspect --help' for usage.\n";
+  } catch (const toolcli::UsageError& e) {
+    toolcli::ReportUsageError(std::cerr, "stripe-inspect", e.what());
     return 2;
   }
   if (!options) {
