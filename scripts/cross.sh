@@ -7,7 +7,7 @@
 #   --sysroot-only  make (or find) the sysroot, print its path and stop
 #
 # Steps: install the build machine's tools if any is missing (clang, lld,
-# qemu-user, mmdebstrap; no package of the target architecture is installed
+# llvm, qemu-user, mmdebstrap; no package of the target architecture is installed
 # on the build machine); make a sysroot for ARCH by extracting Debian's own
 # packages of that architecture; configure build-ARCH/ with the toolchain
 # file cmake/toolchains/<triple>.cmake; build; run ctest, where every test
@@ -51,7 +51,7 @@ libopencv-imgcodecs-dev libopencv-imgproc-dev rapidjson-dev libgtest-dev libbenc
 SYSROOT_RECIPE=1
 
 . scripts/deps.sh
-LASERCALI_PACKAGES="cmake make clang lld qemu-user mmdebstrap"
+LASERCALI_PACKAGES="cmake make clang lld llvm qemu-user mmdebstrap"
 lasercali_install_deps || fail 3 "could not install the build machine's tools ($LASERCALI_PACKAGES)"
 
 # --- the sysroot -----------------------------------------------------------

@@ -5,6 +5,8 @@
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/deps.sh
+# The install tests also make and check Debian packages and use pkg-config.
+LASERCALI_PACKAGES="$LASERCALI_PACKAGES pkg-config file dpkg-dev lintian"
 lasercali_install_deps
 
 jobs=$(nproc 2>/dev/null || echo 2)

@@ -7,4 +7,5 @@
 set(LASERCALI_TARGET_TRIPLE aarch64-linux-gnu)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
 set(LASERCALI_QEMU qemu-aarch64)
+set(LASERCALI_DEB_ARCH arm64)  # Debian architecture of packages made by CPack
 include(${CMAKE_CURRENT_LIST_DIR}/linux-cross.cmake)

@@ -9,6 +9,7 @@
 set(LASERCALI_TARGET_TRIPLE arm-linux-gnueabihf)
 set(CMAKE_SYSTEM_PROCESSOR armv7l)
 set(LASERCALI_QEMU qemu-arm)
+set(LASERCALI_DEB_ARCH armhf)  # Debian architecture of packages made by CPack
 set(CMAKE_C_FLAGS_INIT "-march=armv7-a -mthumb -mfpu=vfpv3-d16 -mfloat-abi=hard")
 set(CMAKE_CXX_FLAGS_INIT "-march=armv7-a -mthumb -mfpu=vfpv3-d16 -mfloat-abi=hard")
 include(${CMAKE_CURRENT_LIST_DIR}/linux-cross.cmake)

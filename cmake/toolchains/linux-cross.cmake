@@ -34,6 +34,12 @@ set(CMAKE_LIBRARY_ARCHITECTURE ${LASERCALI_TARGET_TRIPLE})
 foreach(kind EXE SHARED MODULE)
   set(CMAKE_${kind}_LINKER_FLAGS_INIT "-fuse-ld=lld")
 endforeach()
+# The build machine's strip knows only its own architecture; packages are
+# stripped with llvm-strip, which knows every one.
+find_program(LASERCALI_LLVM_STRIP NAMES llvm-strip llvm-strip-14)
+if(LASERCALI_LLVM_STRIP)
+  set(CMAKE_STRIP ${LASERCALI_LLVM_STRIP})
+endif()
 
 set(CMAKE_FIND_ROOT_PATH "${CMAKE_SYSROOT}")
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)

@@ -12,6 +12,7 @@
 #include <sstream>
 #include <string>
 
+#include "lasercali_version.h"
 #include "src/stripecut.h"
 #include "tests/support/stripe_pictures.h"
 
@@ -306,6 +307,15 @@ TEST_F(StripeInspectTest, OptionsMayFollowThePictureAndDoubleDashEndsThem) {
   ASSERT_TRUE(WIFEXITED(raw));
   EXPECT_EQ(WEXITSTATUS(raw), 0) << ReadFile(dir_ / "err.txt");
   EXPECT_EQ(FirstLine(ReadFile(dir_ / "out.txt")).rfind("{\"image\":\"-bent.png\"", 0), 0u);
+}
+
+TEST_F(StripeInspectTest, VersionShowsTheVersionAndTheNodesTags) {
+  const ToolRun run = Inspect("--version");
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.out, std::string("stripe-inspect " LASERCALI_VERSION "\nbuild commit tag ") +
+                         LASERCALI_BUILD_COMMIT_TAG + ", framework tag " + LASERCALI_FRAMEWORK_TAG +
+                         "\n");
+  EXPECT_EQ(run.err, "");
 }
 
 TEST_F(StripeInspectTest, HelpExplainsUsage) {

@@ -17,6 +17,8 @@
 #include <string>
 #include <vector>
 
+#include "lasercali_version.h"
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -193,6 +195,19 @@ TEST_F(KivrunCliTest, AnOutputThatCannotBeOpenedIsNoUsageMistake) {
   ASSERT_EQ(run.err.size(), 1u);
   EXPECT_EQ(run.err[0],
             "kivrun: cannot write " + Path("missing/log.jsonl") + ": No such file or directory");
+}
+
+TEST_F(KivrunCliTest, VersionShowsTheVersionAndTheNodesTags) {
+  for (const std::string args : {"--version", "--config=x.json --version"}) {
+    SCOPED_TRACE(args);
+    const KivrunRun run = Kivrun(args);
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.out, std::string("kivrun " LASERCALI_VERSION "\nbuild commit tag ") +
+                           LASERCALI_BUILD_COMMIT_TAG + ", framework tag " +
+                           LASERCALI_FRAMEWORK_TAG + "\n");
+    EXPECT_TRUE(run.err.empty());
+  }
+  ExpectUsageError("--version=2", "--version takes no value");
 }
 
 TEST_F(KivrunCliTest, HelpShowsTheUsage) {

@@ -1,4 +1,5 @@
 // kivrun: plays a scenario against the calibration node on a PC.
+#include <limits.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -13,6 +14,7 @@
 #include "tools/kivrun/progress.h"
 #include "tools/kivrun/runner.h"
 #include "tools/kivrun/scenario.h"
+#include "tools/version.h"
 
 namespace {
 
@@ -30,7 +32,8 @@ start-up and tears it down.
 options:
   --config FILE       node configuration (JSON object); replaces the
                       scenario's "config" / "config_file"
-  --plugin PATH       the node plug-in (default: the one built with kivrun)
+  --plugin PATH       the node plug-in (default: the one installed with
+                      kivrun, or in a build folder the one built with it)
   --log FILE          write the event log to FILE (default: standard output)
   --echo              also print the node's console lines on standard error
   --trace-times FILE  write the framework's time per delivery to FILE
@@ -42,6 +45,7 @@ options:
   --report DIR        write a picture report into DIR: pictures.png (every
                       picture the round wrote) and report.md
   -h, --help          show this text
+  --version           show the version and the node's version tags
 
 A value follows its option as "--log FILE" or "--log=FILE". A long option
 may be shortened to any prefix that names only it ("--con" for --config);
@@ -68,6 +72,7 @@ enum OptionId {
   kProgress,
   kRealtime,
   kReport,
+  kVersion,
 };
 
 const std::vector<toolcli::Option> kOptions = {
@@ -80,7 +85,21 @@ const std::vector<toolcli::Option> kOptions = {
     {"realtime", 0, nullptr, kRealtime},
     {"report", 0, "a folder", kReport},
     {"help", 'h', nullptr, kHelp},
+    {"version", 0, nullptr, kVersion},
 };
+
+// The plug-in loaded without --plugin: in the build folder the one built
+// with kivrun, anywhere else the one installed beside it
+// (KIVRUN_INSTALLED_PLUGIN, relative to the folder kivrun is in).
+std::string DefaultPlugin() {
+  char self[PATH_MAX];
+  const ssize_t length = readlink("/proc/self/exe", self, sizeof(self) - 1);
+  if (length <= 0) return KIVRUN_BUILT_PLUGIN;
+  const std::string path(self, static_cast<size_t>(length));
+  const std::string folder = path.substr(0, path.rfind('/') + 1);
+  if (folder == KIVRUN_BUILD_FOLDER "/") return KIVRUN_BUILT_PLUGIN;
+  return folder + KIVRUN_INSTALLED_PLUGIN;
+}
 
 int UsageError(const std::string& message) {
   toolcli::ReportUsageError(std::cerr, "kivrun", message);
@@ -97,7 +116,7 @@ int CannotWrite(const std::string& path) {
 
 int main(int argc, char** argv) {
   kivrun::Options options;
-  options.plugin = KIVRUN_DEFAULT_PLUGIN;
+  options.plugin = DefaultPlugin();
   std::string scenario_path, config_path, log_path, trace_path;
   bool echo = false, progress = false;
 
@@ -109,6 +128,9 @@ int main(int argc, char** argv) {
       switch (id) {
         case kHelp:
           std::cout << kUsage;
+          return kivrun::kOk;
+        case kVersion:
+          toolcli::PrintVersion(std::cout, "kivrun");
           return kivrun::kOk;
         case kConfig:
           config_path = value;

@@ -23,6 +23,7 @@
 #include "src/stripecut.h"
 #include "tools/command_line.h"
 #include "tools/stripe_tool/overlay.h"
+#include "tools/version.h"
 
 namespace {
 
@@ -52,6 +53,7 @@ Options:
   --json              print the report as one JSON object
   --gray              convert a colour picture to gray before the cut
   -h, --help          show this help and exit
+  --version           show the version and exit
 
 Options may come before or after IMAGE. A value follows its option as
 "--distance 30" or "--distance=30"; D and N are plain decimal digits (no
@@ -73,6 +75,7 @@ struct Options {
   std::string out;
   bool json = false;
   bool gray = false;
+  bool version = false;  // --version: show it, do nothing else
 };
 
 // The options, as getopt_long reads them. A long option without a short name
@@ -86,6 +89,7 @@ enum OptionId {
   kOut,
   kJson,
   kGray,
+  kVersion,
 };
 
 constexpr char kWholeNumber[] = "a whole number from 0 to 65535";
@@ -95,6 +99,7 @@ const std::vector<toolcli::Option> kOptions = {
     {"delt", 0, kWholeNumber, kDelt},    {"overlay", 0, "a file name", kOverlay},
     {"out", 0, "a file name", kOut},     {"json", 0, nullptr, kJson},
     {"gray", 0, nullptr, kGray},         {"help", 'h', nullptr, kHelp},
+    {"version", 0, nullptr, kVersion},
 };
 
 // A number option's value: plain decimal digits and nothing else (no sign,
@@ -120,6 +125,9 @@ std::optional<Options> ParseArgs(int argc, char** argv) {
     switch (id) {
       case kHelp:
         return std::nullopt;
+      case kVersion:
+        options.version = true;
+        return options;
       case kSide:
         if (value == "left") {
           options.mode = kivplugcali::kStripeWalkLeft;
@@ -407,6 +415,10 @@ int main(int argc, char** argv) {
   }
   if (!options) {
     std::cout << kUsage;
+    return 0;
+  }
+  if (options->version) {
+    toolcli::PrintVersion(std::cout, "stripe-inspect");
     return 0;
   }
   try {
