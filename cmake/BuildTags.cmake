@@ -64,6 +64,7 @@ set(text "// Generated at build time by cmake/BuildTags.cmake: do not edit.
 #define LASERCALI_VERSION_H_
 
 #define LASERCALI_VERSION \"${VERSION}\"
+#define LASERCALI_GIT_COMMIT \"${commit}\"
 #define LASERCALI_BUILD_COMMIT_TAG \"${commit_tag}\"
 #define LASERCALI_FRAMEWORK_TAG \"${framework_tag}\"
 

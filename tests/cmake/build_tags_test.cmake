@@ -22,6 +22,7 @@ if(failed)
   message(FATAL_ERROR "BuildTags.cmake failed with a given commit")
 endif()
 expect_define(${WORK_DIR}/given.h LASERCALI_VERSION "0.1.0")
+expect_define(${WORK_DIR}/given.h LASERCALI_GIT_COMMIT "0123456789abcdef0123456789abcdef01234567")
 expect_define(${WORK_DIR}/given.h LASERCALI_BUILD_COMMIT_TAG "lasercali-0.1.0-0123456789abc")
 expect_define(${WORK_DIR}/given.h LASERCALI_FRAMEWORK_TAG "kiv-0.1.0-012345")
 

@@ -6,20 +6,15 @@
 # lasercali::sunxi_cam, and the consumer's own node plug-in under the
 # installed kivrun, which must answer the two commands of echo.json.
 #
-# usage: check_consumer.sh BUILD_DIR LIBDIR CXX [CMAKE_ARGUMENTS...] [-- EMULATOR...]
+# usage: check_consumer.sh BUILD_DIR LIBDIR CXX "CMAKE_ARGUMENTS" [EMULATOR...]
 #   LIBDIR  the install's library folder below the prefix (CMAKE_INSTALL_LIBDIR)
 #   CXX     the C++ compiler for the pkg-config check ("-" to leave it out,
 #           as a cross build does)
+#   CMAKE_ARGUMENTS  the consumer's configure arguments, blank-separated, in one word
 set -u
-build=$1 libdir=$2 cxx=$3
-shift 3
+build=$1 libdir=$2 cxx=$3 cmake_args=$4
+shift 4
 here=$(cd "$(dirname "$0")" && pwd)
-cmake_args=""
-while [ $# -gt 0 ] && [ "$1" != "--" ]; do
-  cmake_args="$cmake_args $1"
-  shift
-done
-[ $# -gt 0 ] && shift
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/consumer.XXXXXX")
 trap 'rm -rf "$work"' EXIT

@@ -12,17 +12,11 @@
 # that plug-in and writes EXPECTED_LOG exactly.
 #
 # usage: check_sdk_build.sh BUILD_DIR SOURCE_DIR KIVRUN SCENARIO EXPECTED_LOG
-#                           [CMAKE_ARGUMENTS...] [-- EMULATOR...]
+#                           "CMAKE_ARGUMENTS" [EMULATOR...]
+#   CMAKE_ARGUMENTS  the SDK build's configure arguments, blank-separated, in one word
 set -u
-build=$1 source=$2 kivrun=$3 scenario=$4 expected=$5
-shift 5
-# The configure arguments come first, then "--" and the emulator, if any.
-cmake_args=""
-while [ $# -gt 0 ] && [ "$1" != "--" ]; do
-  cmake_args="$cmake_args $1"
-  shift
-done
-[ $# -gt 0 ] && shift
+build=$1 source=$2 kivrun=$3 scenario=$4 expected=$5 cmake_args=$6
+shift 6
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/sdk_build.XXXXXX")
 trap 'rm -rf "$work"' EXIT
@@ -32,8 +26,12 @@ for component in tools dev; do
   cmake --install "$build" --prefix "$work/sdk" --component $component >>"$work/install.log" 2>&1 ||
     { cat "$work/install.log"; fail "installing the $component component failed"; }
 done
+# The SDK-built plug-in registers the same tags as the build under test.
+commit=$(sed -n 's/^#define LASERCALI_GIT_COMMIT "\(.*\)"$/\1/p' "$build/generated/lasercali_version.h")
+[ -n "$commit" ] || fail "no commit in $build/generated/lasercali_version.h"
 # shellcheck disable=SC2086 # the configure arguments are separate words
-cmake -S "$source" -B "$work/build" -DLASERCALI_SDK="$work/sdk" $cmake_args >"$work/configure.log" 2>&1 ||
+cmake -S "$source" -B "$work/build" -DLASERCALI_SDK="$work/sdk" -DLASERCALI_GIT_COMMIT="$commit" $cmake_args \
+  >"$work/configure.log" 2>&1 ||
   { cat "$work/configure.log"; fail "configuring the SDK build failed"; }
 cmake --build "$work/build" -j2 >"$work/build.log" 2>&1 ||
   { cat "$work/build.log"; fail "the SDK build failed"; }
