@@ -4,7 +4,9 @@
 # factory tool (distances 5 to 45, each repeated until accepted, then the
 # plane calibration) and the calculation nodes, and shows the node's console
 # lines, a line per accepted distance and a summary of the round. The event
-# log goes to out/<scenario>.jsonl and a picture report to out/report/.
+# log goes to out/<scenario>.jsonl and a picture report to out/report/. The
+# node runs against a /tmp of its own, so the pictures on this machine stay
+# as they are; the pictures it wrote are copied to out/pictures/.
 #
 # usage: scripts/demo.sh [--quiet] [--realtime] [SCENARIO.json]
 #   --quiet     leave out the node's console lines
@@ -36,10 +38,12 @@ cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build build -j"$(nproc 2>/dev/null || echo 2)" --target kivrun lasercali >/dev/null
 
 mkdir -p out
+rm -rf out/pictures
 name=$(basename "$scenario" .json)
 echo "== $scenario"
 status=0
 build/tools/kivrun/kivrun $echo_lines $realtime --progress --log "out/$name.jsonl" \
-  --report out/report "$scenario" || status=$?
-echo "== event log: out/$name.jsonl; picture report: out/report/report.md, out/report/pictures.png"
+  --report out/report --pictures-out out/pictures "$scenario" || status=$?
+echo "== event log: out/$name.jsonl; picture report: out/report/report.md, out/report/pictures.png;"
+echo "   the node's pictures (written to its private /tmp): out/pictures/"
 exit $status

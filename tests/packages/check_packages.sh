@@ -73,7 +73,12 @@ shown=$("$root/usr/bin/kivrun" --version) || fail "the installed kivrun --versio
 
 shared="$root/usr/share/lasercali/scenarios"
 "$source/tests/scenarios/check_scenario.sh" "$root/usr/bin/kivrun" "$shared/factory_plane_round.json" \
-  "$shared/expected/factory_plane_round.jsonl" 0 || fail "the installed factory round differs"
+  "$shared/expected/factory_plane_round.jsonl" 0
+case $? in
+  0) ;;
+  77) exit 77 ;;  # no private /tmp for the node: skipped, as check_scenario.sh says
+  *) fail "the installed factory round differs" ;;
+esac
 
 plugin=$(find "$root/usr/lib" -name liblasercali.so)
 mv "$plugin" "$plugin.away"

@@ -17,7 +17,8 @@ kivrun=$1 scenario=$2 expected=$3 expected_exit=$4
 shift 4
 actual=$(mktemp)
 want=$(mktemp)
-trap 'rm -f "$actual" "$want"' EXIT
+errors=$(mktemp)
+trap 'rm -f "$actual" "$want" "$errors"' EXIT
 
 header=${LASERCALI_VERSION_HEADER:-}
 tag() { sed -n "s/^#define $1 \"\([^\"]*\)\"$/\1/p" "$header"; }
@@ -29,18 +30,23 @@ expect_tags() { sed -e "s/@BUILD_COMMIT_TAG@/$commit_tag/g" -e "s/@FRAMEWORK_TAG
 expect_tags
 
 # Every scenario starts on a robot whose picture folders hold no pictures
-# yet, so what the calculation nodes find depends on the scenario alone.
-rm -f /tmp/left/*.bmp /tmp/right/*.bmp /tmp/pic/*.bmp /tmp/LL.bmp /tmp/RR.bmp
-
-# Run from the scenario's folder, so messages name the file as it stands
-# there, wherever the checkout is.
+# yet, so what the calculation nodes find depends on the scenario alone: the
+# node runs in an empty /tmp of its own (--private-tmp), and the machine's
+# /tmp is never touched. Run from the scenario's folder, so messages name
+# the file as it stands there, wherever the checkout is.
 if [ -n "${KIVRUN_PLUGIN:-}" ]; then
-  (cd "$(dirname "$scenario")" &&
-    exec "$@" "$kivrun" --plugin "$KIVRUN_PLUGIN" --log "$actual" "$(basename "$scenario")")
+  (cd "$(dirname "$scenario")" && exec "$@" "$kivrun" --private-tmp --plugin "$KIVRUN_PLUGIN" \
+    --log "$actual" "$(basename "$scenario")" 2>"$errors")
 else
-  (cd "$(dirname "$scenario")" && exec "$@" "$kivrun" --log "$actual" "$(basename "$scenario")")
+  (cd "$(dirname "$scenario")" &&
+    exec "$@" "$kivrun" --private-tmp --log "$actual" "$(basename "$scenario")" 2>"$errors")
 fi
 code=$?
+cat "$errors" >&2
+if [ "$code" = 6 ]; then
+  echo "skipped: kivrun could not give the node a private /tmp, and the scenario would write into the machine's"
+  exit 77
+fi
 
 if [ "${LASERCALI_UPDATE_EXPECTED:-0}" = 1 ]; then
   sed -e "s/\"$commit_tag\"/\"@BUILD_COMMIT_TAG@\"/g" -e "s/\"$framework_tag\"/\"@FRAMEWORK_TAG@\"/g" \

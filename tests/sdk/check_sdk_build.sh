@@ -55,5 +55,10 @@ grep -q "$work/sdk/include/lasercali/platform/sunxi_cam/sunxi_cam.h" $deps ||
   fail "no object read the SDK's sunxi_cam.h"
 
 KIVRUN_PLUGIN="$plugin" "$(dirname "$0")/../scenarios/check_scenario.sh" \
-  "$kivrun" "$scenario" "$expected" 0 "$@" || fail "the round with the SDK-built plug-in differs"
+  "$kivrun" "$scenario" "$expected" 0 "$@"
+case $? in
+  0) ;;
+  77) exit 77 ;;  # no private /tmp for the node: skipped, as check_scenario.sh says
+  *) fail "the round with the SDK-built plug-in differs" ;;
+esac
 echo "the plug-in built against the SDK in $work/sdk played $(basename "$scenario") as expected"

@@ -183,7 +183,7 @@ TEST_F(KivrunCliTest, BadCommandLinesNameTheProblem) {
   ExpectUsageError("--config=" + config_ + log + " --re " + Path("report"),
                    "ambiguous option --re (--realtime or --report)");
   ExpectUsageError("--config=" + config_ + log + " --p=x",
-                   "ambiguous option --p (--plugin or --progress)");
+                   "ambiguous option --p (--plugin, --progress, --private-tmp or --pictures-out)");
   ExpectUsageError("a.json b.json" + log, "one scenario at a time (got a.json and b.json)");
   ExpectUsageError(log, "give a scenario or a --config");
   EXPECT_FALSE(fs::exists(dir_ / "report"));

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/sandbox/private_tmp.h"
 #include "tools/command_line.h"
 #include "tools/kivrun/progress.h"
 #include "tools/kivrun/runner.h"
@@ -44,6 +45,13 @@ options:
                       progress bar is drawn (and --progress is implied)
   --report DIR        write a picture report into DIR: pictures.png (every
                       picture the round wrote) and report.md
+  --private-tmp       run the node against an empty /tmp of its own (a
+                      private mount namespace), so the pictures on this
+                      machine stay as they are; the node's pictures are
+                      gone at the end unless --pictures-out keeps them
+  --pictures-out DIR  with a private /tmp (implied): copy every file the
+                      node wrote there to DIR at the end, with the same
+                      relative paths (DIR/left/560.bmp, DIR/LL.bmp, ...)
   -h, --help          show this text
   --version           show the version and the node's version tags
 
@@ -53,9 +61,10 @@ may be shortened to any prefix that names only it ("--con" for --config);
 
 exit codes: 0 the scenario ran to its end; 1 the scenario is wrong (the
 message names the file and the step); 2 bad command line, or the log, the
-trace or the report could not be written; 3 the plug-in could not be loaded or the node could
-not be built; 4 a "repeat" or "wait" step did not get its answer within its
-limit (the message says what came instead).
+trace, the report or the pictures could not be written; 3 the plug-in could
+not be loaded or the node could not be built; 4 a "repeat" or "wait" step
+did not get its answer within its limit (the message says what came
+instead); 6 --private-tmp could not be had (the message says why).
 
 The scenario format and the event log are described in docs/kivrun.md.
 )";
@@ -73,6 +82,8 @@ enum OptionId {
   kRealtime,
   kReport,
   kVersion,
+  kPrivateTmp,
+  kPicturesOut,
 };
 
 const std::vector<toolcli::Option> kOptions = {
@@ -86,6 +97,8 @@ const std::vector<toolcli::Option> kOptions = {
     {"report", 0, "a folder", kReport},
     {"help", 'h', nullptr, kHelp},
     {"version", 0, nullptr, kVersion},
+    {"private-tmp", 0, nullptr, kPrivateTmp},
+    {"pictures-out", 0, "a folder", kPicturesOut},
 };
 
 // The plug-in loaded without --plugin: in the build folder the one built
@@ -117,8 +130,8 @@ int CannotWrite(const std::string& path) {
 int main(int argc, char** argv) {
   kivrun::Options options;
   options.plugin = DefaultPlugin();
-  std::string scenario_path, config_path, log_path, trace_path;
-  bool echo = false, progress = false;
+  std::string scenario_path, config_path, log_path, trace_path, pictures_out;
+  bool echo = false, progress = false, private_tmp = false;
 
   toolcli::CommandLine command_line(argc, argv, kOptions);
   try {
@@ -156,6 +169,13 @@ int main(int argc, char** argv) {
         case kRealtime:
           options.realtime = true;
           break;
+        case kPrivateTmp:
+          private_tmp = true;
+          break;
+        case kPicturesOut:
+          pictures_out = value;
+          private_tmp = true;
+          break;
       }
     }
   } catch (const toolcli::UsageError& e) {
@@ -178,6 +198,22 @@ int main(int argc, char** argv) {
   } catch (const kivrun::ScenarioError& e) {
     std::cerr << "kivrun: " << e.what() << "\n";
     return kivrun::kScenarioError;
+  }
+
+  // With a private /tmp the node writes its pictures where nobody else's
+  // are. Paths the user named under the machine's /tmp still lead there.
+  sandbox::PrivateTmp tmp;
+  if (private_tmp) {
+    std::string reason;
+    if (!tmp.Enter(&reason)) {
+      std::cerr << "kivrun: no private /tmp for the node (" << reason
+                << "); run without --private-tmp to use the machine's /tmp\n";
+      return kivrun::kNoPrivateTmp;
+    }
+    options.plugin = tmp.Outer(options.plugin);
+    log_path = tmp.Outer(log_path);
+    trace_path = tmp.Outer(trace_path);
+    options.report_dir = tmp.Outer(options.report_dir);
   }
 
   // The node's console is redirected into the log while it runs: keep the
@@ -207,5 +243,15 @@ int main(int argc, char** argv) {
     if (!log_file) return CannotWrite(log_path);
     log = &log_file;
   }
-  return kivrun::RunScenario(scenario, options, *log, terminal_err);
+  const int code = kivrun::RunScenario(scenario, options, *log, terminal_err);
+  if (!pictures_out.empty()) {
+    int copied = 0;
+    std::string reason;
+    if (!tmp.CopyFilesTo(pictures_out, &copied, &reason)) {
+      std::cerr << "kivrun: --pictures-out: " << reason << "\n";
+      return code == kivrun::kOk ? kivrun::kUsageError : code;
+    }
+    if (progress) terminal_err << "pictures: " << copied << " copied to " << pictures_out << "\n";
+  }
+  return code;
 }

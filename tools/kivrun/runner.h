@@ -37,6 +37,7 @@ enum ExitCode {
   kUsageError = 2,
   kNodeError = 3,
   kNoAnswer = 4,  // a "repeat" or "wait" step ran out before its answer came
+  kNoPrivateTmp = 6,  // --private-tmp: the process could not have a /tmp of its own
 };
 
 // Plays `scenario`; returns an ExitCode. With a progress display, the

@@ -1,0 +1,55 @@
+// A /tmp of the process's own, for running the node without touching the
+// machine's pictures.
+//
+// Enter() moves the calling process into a new mount namespace (inside a new
+// user namespace that maps the caller's own user and group, when it is not
+// root), makes every mount in it private, so nothing propagates back, and
+// mounts an empty tmpfs on /tmp. The node's /tmp/left, /tmp/right, /tmp/pic
+// and /tmp/LL.bmp, /tmp/RR.bmp then live in that tmpfs and vanish with the
+// process; the machine's /tmp is untouched. Child processes inherit it.
+//
+// Call Enter() before the process starts any thread: the kernel refuses a new
+// user namespace to a process with several threads. When the namespace cannot
+// be had (no privilege, user namespaces switched off), Enter() returns false,
+// says why, and has changed nothing.
+//
+// Paths named before Enter() that lie under the machine's /tmp stay reachable
+// through Outer(), which goes through a descriptor of the old /tmp kept open.
+#ifndef LASERCALI_PLATFORM_SANDBOX_PRIVATE_TMP_H_
+#define LASERCALI_PLATFORM_SANDBOX_PRIVATE_TMP_H_
+
+#include <string>
+
+namespace sandbox {
+
+class PrivateTmp {
+ public:
+  PrivateTmp() = default;
+  ~PrivateTmp();
+  PrivateTmp(const PrivateTmp&) = delete;
+  PrivateTmp& operator=(const PrivateTmp&) = delete;
+
+  // Enters the private /tmp; false (with *reason) when it cannot be had.
+  bool Enter(std::string* reason);
+  bool entered() const { return entered_; }
+
+  // `path` as the process can reach it now: an absolute path under the
+  // machine's /tmp goes through the kept descriptor (/proc/self/fd/N/...);
+  // any other path, and every path before Enter(), is returned as it is.
+  // Relative paths need nothing: the working folder is kept.
+  std::string Outer(const std::string& path) const;
+
+  // Copies every regular file under the private /tmp to `dir` (taken as
+  // Outer(dir)), with the same relative paths, making folders as needed.
+  // False (with *reason naming the file) when a file cannot be written;
+  // *copied counts the files copied.
+  bool CopyFilesTo(const std::string& dir, int* copied, std::string* reason) const;
+
+ private:
+  bool entered_ = false;
+  int outer_tmp_ = -1;  // the machine's /tmp, opened before the switch
+};
+
+}  // namespace sandbox
+
+#endif  // LASERCALI_PLATFORM_SANDBOX_PRIVATE_TMP_H_
