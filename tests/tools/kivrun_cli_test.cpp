@@ -210,6 +210,51 @@ TEST_F(KivrunCliTest, VersionShowsTheVersionAndTheNodesTags) {
   ExpectUsageError("--version=2", "--version takes no value");
 }
 
+// With --pictures-out kivrun gives the node a /tmp of its own and copies
+// what the node wrote there to the folder at the end. The test's own /tmp
+// (private to this binary) gets none of the node's pictures, and the log,
+// named under /tmp, is still written where it was named.
+TEST_F(KivrunCliTest, PicturesOutKeepsThePicturesOfThePrivateTmp) {
+  const std::string round =
+      std::string(LASERCALI_SOURCE_DIR) + "/scenarios/factory_plane_round.json";
+  const KivrunRun run =
+      Kivrun("--pictures-out=" + Path("pictures") + " --log=" + Path("round.jsonl") + " " + round);
+  EXPECT_EQ(run.status, 0);
+  const auto events = Log("round.jsonl");
+  ASSERT_FALSE(events.empty());
+  EXPECT_STREQ(events.back()["event"].GetString(), "end");
+  constexpr std::uintmax_t kBmpSize = 54 + 1024 + 640 * 480;  // header, gray palette, pixels
+  int pictures = 0;
+  for (int distance = 5; distance <= 45; distance += 5) {
+    for (const std::string side : {"left", "right"}) {
+      const std::string name = side + "/" + std::to_string(distance * 100 + 60) + ".bmp";
+      SCOPED_TRACE(name);
+      ASSERT_TRUE(fs::exists(dir_ / "pictures" / name));
+      EXPECT_EQ(fs::file_size(dir_ / "pictures" / name), kBmpSize);
+      EXPECT_FALSE(fs::exists("/tmp/" + name)) << "the node wrote into the test's /tmp";
+      ++pictures;
+    }
+  }
+  EXPECT_EQ(pictures, 18);
+  int copied = 0;
+  for (const auto& entry : fs::recursive_directory_iterator(dir_ / "pictures")) {
+    if (entry.is_regular_file()) ++copied;
+  }
+  EXPECT_EQ(copied, 18) << "only what the node wrote is copied";
+}
+
+TEST_F(KivrunCliTest, APicturesOutFolderThatCannotBeWrittenIsReported) {
+  Write("file", "not a folder");
+  const std::string round =
+      std::string(LASERCALI_SOURCE_DIR) + "/scenarios/factory_plane_round.json";
+  const KivrunRun run = Kivrun("--pictures-out " + Path("file/pictures") +
+                               " --log=" + Path("round.jsonl") + " " + round);
+  EXPECT_EQ(run.status, 2);
+  ASSERT_FALSE(run.err.empty());
+  EXPECT_EQ(run.err.back().rfind("kivrun: --pictures-out: cannot copy /tmp/", 0), 0u)
+      << run.err.back();
+}
+
 TEST_F(KivrunCliTest, HelpShowsTheUsage) {
   for (const std::string args : {"-h", "--help", "--he", "--config=x.json --help"}) {
     SCOPED_TRACE(args);

@@ -345,7 +345,15 @@ int Run::Play() {
         built.Str("node", scenario_.node_id).Str("name", node_->NodeName());
         log_.Write("built", built.value());
         WatchPictures();
-        responders_ = std::make_unique<Responders>(host_, log_, config["delt_factory"].GetInt());
+        // The simulated calculation nodes number the factory pictures with
+        // the node's "delt_factory"; another node, without one, gets 0.
+        int delt_factory = 0;
+        if (config.IsObject()) {
+          const auto delt = config.FindMember("delt_factory");
+          if (delt != config.MemberEnd() && delt->value.IsInt())
+            delt_factory = delt->value.GetInt();
+        }
+        responders_ = std::make_unique<Responders>(host_, log_, delt_factory);
         responders_->SetOnAnswer([this](const std::string& node, const std::string& action) {
           summary_.Answered(node, action);
         });
