@@ -3,12 +3,17 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <set>
+#include <sstream>
 #include <string>
+#include <vector>
 
 namespace sandbox {
 
@@ -29,6 +34,28 @@ bool WriteProcFile(const char* path, const std::string& text, std::string* reaso
   return ok;
 }
 
+// The folders directly in /tmp that hold what the program needs to go on
+// seeing: its own file, the working folder, the LD_LIBRARY_PATH folders.
+std::set<std::string> FoldersToKeep() {
+  namespace fs = std::filesystem;
+  std::vector<std::string> paths;
+  std::error_code error;
+  paths.push_back(fs::read_symlink("/proc/self/exe", error).string());
+  paths.push_back(fs::current_path(error).string());
+  if (const char* libraries = std::getenv("LD_LIBRARY_PATH")) {
+    std::istringstream list(libraries);
+    for (std::string folder; std::getline(list, folder, ':');) paths.push_back(folder);
+  }
+  std::set<std::string> tops;
+  for (const std::string& path : paths) {
+    if (path.empty() || path[0] != '/') continue;
+    const fs::path relative = fs::path(path).lexically_normal().lexically_relative("/tmp");
+    if (relative.empty() || relative == "." || *relative.begin() == "..") continue;
+    tops.insert(relative.begin()->string());
+  }
+  return tops;
+}
+
 }  // namespace
 
 PrivateTmp::~PrivateTmp() {
@@ -37,10 +64,13 @@ PrivateTmp::~PrivateTmp() {
 
 bool PrivateTmp::Enter(std::string* reason) {
   if (entered_) return true;
-  const int outer = open("/tmp", O_PATH | O_DIRECTORY | O_CLOEXEC);
-  if (outer < 0) {
-    *reason = Failed("open /tmp");
-    return false;
+  const std::set<std::string> keep = FoldersToKeep();
+  for (const char* picture_place : {"left", "right", "pic", "LL.bmp", "RR.bmp"}) {
+    if (keep.count(picture_place) != 0) {
+      *reason = std::string("the program runs from /tmp/") + picture_place +
+                ", where the node writes its pictures";
+      return false;
+    }
   }
   const uid_t uid = geteuid();
   const gid_t gid = getegid();
@@ -48,7 +78,6 @@ bool PrivateTmp::Enter(std::string* reason) {
   const int flags = uid == 0 ? CLONE_NEWNS : CLONE_NEWUSER | CLONE_NEWNS;
   if (unshare(flags) != 0) {
     *reason = Failed(uid == 0 ? "unshare(CLONE_NEWNS)" : "unshare(CLONE_NEWUSER | CLONE_NEWNS)");
-    close(outer);
     return false;
   }
   // From here on the process is in its own namespaces: a failure leaves the
@@ -59,12 +88,17 @@ bool PrivateTmp::Enter(std::string* reason) {
                       reason) ||
        !WriteProcFile("/proc/self/gid_map", std::to_string(gid) + " " + std::to_string(gid) + " 1",
                       reason))) {
-    close(outer);
     return false;
   }
   if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
     *reason = Failed("making the mounts private");
-    close(outer);
+    return false;
+  }
+  // The machine's /tmp as this namespace sees it, before it is covered: the
+  // kept folders are bound from it, and Outer() leads through it.
+  const int outer = open("/tmp", O_PATH | O_DIRECTORY | O_CLOEXEC);
+  if (outer < 0) {
+    *reason = Failed("open /tmp");
     return false;
   }
   if (mount("lasercali-tmp", "/tmp", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777") != 0) {
@@ -72,7 +106,20 @@ bool PrivateTmp::Enter(std::string* reason) {
     close(outer);
     return false;
   }
+  const std::string through = "/proc/self/fd/" + std::to_string(outer) + "/";
+  for (const std::string& top : keep) {
+    struct stat info;
+    if (fstatat(outer, top.c_str(), &info, 0) != 0 || !S_ISDIR(info.st_mode)) continue;
+    const std::string inside = "/tmp/" + top;
+    if (mkdir(inside.c_str(), 0755) != 0 ||
+        mount((through + top).c_str(), inside.c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0) {
+      *reason = Failed("keeping " + inside + " visible");
+      close(outer);
+      return false;
+    }
+  }
   outer_tmp_ = outer;
+  kept_ = keep;
   entered_ = true;
   return true;
 }
@@ -93,6 +140,10 @@ bool PrivateTmp::CopyFilesTo(const std::string& dir, int* copied, std::string* r
   std::error_code error;
   for (fs::recursive_directory_iterator it("/tmp", error), end; !error && it != end;
        it.increment(error)) {
+    if (it.depth() == 0 && kept_.count(it->path().filename().string()) != 0) {
+      it.disable_recursion_pending();
+      continue;
+    }
     if (!it->is_regular_file(error)) continue;
     const fs::path relative = it->path().lexically_relative("/tmp");
     const fs::path target = to / relative;

@@ -13,11 +13,19 @@
 // be had (no privilege, user namespaces switched off), Enter() returns false,
 // says why, and has changed nothing.
 //
-// Paths named before Enter() that lie under the machine's /tmp stay reachable
-// through Outer(), which goes through a descriptor of the old /tmp kept open.
+// A program that lives under the machine's /tmp (a checkout in /tmp, an
+// unpacked package) keeps seeing itself: the folders of the machine's /tmp
+// that hold the program's own file, the working folder and the folders of
+// LD_LIBRARY_PATH are bound into the new /tmp under their names. Their
+// contents stay the machine's; the node's picture places never are (a
+// program inside /tmp/left, /tmp/right or /tmp/pic cannot have a private
+// /tmp). Any other path named before Enter() that lies under the machine's
+// /tmp stays reachable through Outer(), which goes through a descriptor of
+// the old /tmp kept open.
 #ifndef LASERCALI_PLATFORM_SANDBOX_PRIVATE_TMP_H_
 #define LASERCALI_PLATFORM_SANDBOX_PRIVATE_TMP_H_
 
+#include <set>
 #include <string>
 
 namespace sandbox {
@@ -39,15 +47,17 @@ class PrivateTmp {
   // Relative paths need nothing: the working folder is kept.
   std::string Outer(const std::string& path) const;
 
-  // Copies every regular file under the private /tmp to `dir` (taken as
-  // Outer(dir)), with the same relative paths, making folders as needed.
+  // Copies every regular file under the private /tmp (not the folders kept
+  // from the machine's) to `dir` (taken as Outer(dir)), with the same
+  // relative paths, making folders as needed.
   // False (with *reason naming the file) when a file cannot be written;
   // *copied counts the files copied.
   bool CopyFilesTo(const std::string& dir, int* copied, std::string* reason) const;
 
  private:
   bool entered_ = false;
-  int outer_tmp_ = -1;  // the machine's /tmp, opened before the switch
+  std::set<std::string> kept_;  // folders of the machine's /tmp bound into the new one
+  int outer_tmp_ = -1;          // the machine's /tmp, opened before the switch
 };
 
 }  // namespace sandbox
