@@ -7,12 +7,20 @@
 #include "platform/kiv/describe.h"
 
 namespace kiv {
+namespace {
+
+// a + b for b >= 0, saturating at kEndOfTime.
+int64_t Later(int64_t a, int64_t b) {
+  return b > MainLoop::kEndOfTime - a ? MainLoop::kEndOfTime : a + b;
+}
+
+}  // namespace
 
 int MainLoop::AddTimer(std::function<void()> callback, long delay_us, long period_us,
                        std::string name) {
   const int id = next_id_++;
   timers_[id] = Timer{std::make_shared<const Body>(Body{std::move(callback), std::move(name)}),
-                      now_us_ + (delay_us > 0 ? delay_us : 0), period_us > 0 ? period_us : 0};
+                      Later(now_us_, delay_us > 0 ? delay_us : 0), period_us > 0 ? period_us : 0};
   return id;
 }
 
@@ -50,7 +58,9 @@ void MainLoop::Fire(int id) {
   }
   auto it = timers_.find(id);
   if (it == timers_.end()) return;  // deleted by its own callback
-  if (it->second.period_us <= 0) {
+  // A one-shot timer, or one whose next run would fall past the end of
+  // the clock, is done.
+  if (it->second.period_us <= 0 || it->second.due_us > kEndOfTime - it->second.period_us) {
     timers_.erase(it);
   } else {
     it->second.due_us += it->second.period_us;
@@ -58,7 +68,7 @@ void MainLoop::Fire(int id) {
 }
 
 void MainLoop::Advance(int64_t us) {
-  const int64_t target = now_us_ + (us > 0 ? us : 0);
+  const int64_t target = Later(now_us_, us > 0 ? us : 0);
   for (int id = NextDue(); id != 0 && timers_.at(id).due_us <= target; id = NextDue()) {
     now_us_ = timers_.at(id).due_us;
     Fire(id);
@@ -66,8 +76,8 @@ void MainLoop::Advance(int64_t us) {
   now_us_ = target;
 }
 
-int MainLoop::RunTicks(int count) {
-  int ran = 0;
+int64_t MainLoop::RunTicks(int64_t count) {
+  int64_t ran = 0;
   for (; ran < count; ++ran) {
     const int id = NextDue();
     if (id == 0) break;
@@ -81,7 +91,7 @@ void MainLoop::RunRealtime(int64_t duration_us, const std::function<bool()>& sto
   using Clock = std::chrono::steady_clock;
   const Clock::time_point start = Clock::now();
   const int64_t origin = now_us_;  // loop time at `start`
-  const int64_t end = origin + duration_us;
+  const int64_t end = Later(origin, duration_us > 0 ? duration_us : 0);
   auto wall_now = [&] {
     return origin +
            std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start).count();

@@ -10,6 +10,12 @@
 // are skipped and counted. A timer may add or delete timers, itself
 // included, from inside its callback.
 //
+// The clock ends at kEndOfTime (INT64_MAX microseconds, about 292,000
+// years): time arithmetic saturates there and never overflows. A timer
+// added with a delay that reaches past the end is due at kEndOfTime; a
+// timer whose next run would fall past the end is not run again (it is
+// removed after its last run); Advance never moves the clock past the end.
+//
 // A callback that throws does not stop the loop: the exception is handed to
 // the exception handler, if one is set, else described on std::cerr.
 #ifndef LASERCALI_PLATFORM_KIV_MAIN_LOOP_H_
@@ -18,6 +24,7 @@
 #include <cstdint>
 #include <exception>
 #include <functional>
+#include <limits>
 #include <map>
 #include <memory>
 #include <string>
@@ -26,6 +33,8 @@ namespace kiv {
 
 class MainLoop {
  public:
+  static constexpr int64_t kEndOfTime = std::numeric_limits<int64_t>::max();
+
   using ExceptionHandler = std::function<void(const std::string& timer_name, std::exception_ptr)>;
 
   // Lateness of real-clock ticks, in microseconds.
@@ -52,15 +61,16 @@ class MainLoop {
   // Current time in microseconds since the loop started.
   int64_t Now() const { return now_us_; }
 
-  // Virtual clock: moves time forward by `us`, running every timer that
-  // falls due on the way (one due at exactly now + us runs too).
+  // Virtual clock: moves time forward by `us` (at most to kEndOfTime),
+  // running every timer that falls due on the way (one due at exactly
+  // now + us runs too).
   void Advance(int64_t us);
   // Virtual clock: runs the next `count` timer callbacks, whatever timer
   // they belong to; returns how many ran (fewer when no timer is left).
-  int RunTicks(int count);
+  int64_t RunTicks(int64_t count);
 
   // Real clock: runs due timers for `duration_us` of wall time, or until
-  // `stop` returns true (checked after each callback).
+  // `stop` returns true (checked after each callback); at most to kEndOfTime.
   void RunRealtime(int64_t duration_us, const std::function<bool()>& stop = {});
   const Lateness& RealtimeLateness() const { return lateness_; }
 

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/kiv/describe.h"
 #include "framework/kiv_timer.h"
+#include "platform/kiv/describe.h"
 #include "platform/kiv/host.h"
 
 namespace {
@@ -76,6 +76,45 @@ TEST(MainLoopTest, RunTicksCountsCallbacksAndMovesTheClock) {
   EXPECT_EQ(loop.Now(), 70000);
   kiv::MainLoop idle;
   EXPECT_EQ(idle.RunTicks(3), 0);
+}
+
+TEST(MainLoopTest, RunTicksTakesCountsBeyondInt) {
+  kiv::MainLoop loop;
+  int runs = 0;
+  const int id = loop.AddTimer([&] { ++runs; }, 1, 1, "every microsecond");
+  // A count past INT_MAX is not cut down to a few: it runs until the timer goes.
+  loop.AddTimer([&] { loop.DelTimer(id); }, 1000, 0, "stop");
+  EXPECT_EQ(loop.RunTicks(int64_t{4294967301}), 1001);
+  EXPECT_EQ(runs, 1000);
+}
+
+// The clock ends at kEndOfTime: nothing overflows, nothing runs forever.
+TEST(MainLoopTest, TimeArithmeticSaturatesAtTheEndOfTheClock) {
+  constexpr int64_t kEnd = kiv::MainLoop::kEndOfTime;
+  kiv::MainLoop loop;
+  loop.Advance(kEnd - 10);
+  EXPECT_EQ(loop.Now(), kEnd - 10);
+  std::vector<int64_t> frames, late;
+  // A camera opened now: its frame timer runs until its next run would pass the end.
+  loop.AddTimer([&] { frames.push_back(loop.Now()); }, 4, 4, "frame");
+  // Due past the end: due at the end.
+  loop.AddTimer([&] { late.push_back(loop.Now()); }, kEnd, 0, "late");
+  loop.Advance(kEnd);  // past the end: to the end
+  EXPECT_EQ(loop.Now(), kEnd);
+  EXPECT_EQ(frames, (std::vector<int64_t>{kEnd - 6, kEnd - 2}));
+  EXPECT_EQ(late, (std::vector<int64_t>{kEnd}));
+  EXPECT_EQ(loop.TimerCount(), 0u);
+  loop.Advance(kEnd);
+  EXPECT_EQ(loop.Now(), kEnd);
+
+  // At the end of the clock, a timer with a period runs once more, then goes.
+  int runs = 0;
+  loop.AddTimer([&] { ++runs; }, 1, 1, "at the end");
+  EXPECT_EQ(loop.RunTicks(10), 1);
+  EXPECT_EQ(runs, 1);
+  EXPECT_EQ(loop.TimerCount(), 0u);
+  loop.RunRealtime(kEnd);  // ends at once: the clock is at its end
+  EXPECT_EQ(loop.Now(), kEnd);
 }
 
 TEST(MainLoopTest, AThrowingCallbackIsReportedAndTheLoopGoesOn) {
