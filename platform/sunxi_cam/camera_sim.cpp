@@ -10,6 +10,7 @@
 #include <opencv2/imgcodecs.hpp>
 #include <stdexcept>
 
+#include "platform/sunxi_cam/picture_file.h"
 #include "platform/sunxi_cam/scene.h"
 #include "platform/sunxi_cam/sim_state.h"
 #include "platform/sunxi_cam/sunxi_cam.h"
@@ -184,14 +185,27 @@ cv::Mat LoadImageFile(const std::string& path, const std::string& member) {
   if (path.empty()) return cv::Mat();
   const std::string where = "camera sim: " + member + ": image file '" + path + "' ";
   std::error_code error;
-  if (!std::filesystem::is_regular_file(path, error)) {
+  const std::filesystem::file_status status = std::filesystem::status(path, error);
+  if (std::filesystem::is_directory(status)) throw std::invalid_argument(where + "is a folder");
+  if (!std::filesystem::is_regular_file(status)) {
     throw std::invalid_argument(where + "does not exist or is not a file");
+  }
+  const std::uintmax_t size = std::filesystem::file_size(path, error);
+  if (error || size > static_cast<std::uintmax_t>(kMaxImageFileBytes)) {
+    throw std::invalid_argument(where + "is larger than " + std::to_string(kMaxImageFileBytes) +
+                                " bytes (16 MiB)");
+  }
+  const std::string claim = PictureTooLarge(path, kWidth, kHeight);
+  if (!claim.empty()) {
+    throw std::invalid_argument(where + "is " + claim +
+                                "; the camera needs 640 x 480 with one 8-bit channel (grayscale)");
   }
   cv::Mat image;
   try {
     image = cv::imread(path, cv::IMREAD_UNCHANGED);
-  } catch (const cv::Exception& e) {
-    throw std::invalid_argument(where + "cannot be read (" + e.what() + ")");
+  } catch (const cv::Exception&) {
+    // The decoder's own text names neither the file nor the setting.
+    throw std::invalid_argument(where + "cannot be decoded: it is damaged, or not a picture");
   }
   if (image.empty()) throw std::invalid_argument(where + "cannot be read as an image");
   if (image.cols != kWidth || image.rows != kHeight || image.type() != CV_8UC1) {

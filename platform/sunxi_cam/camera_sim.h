@@ -26,6 +26,8 @@ namespace sunxi_cam::sim {
 
 inline constexpr int kWidth = 640;
 inline constexpr int kHeight = 480;
+// An image file larger than this is refused before it is read.
+inline constexpr long long kMaxImageFileBytes = 16LL * 1024 * 1024;
 inline constexpr int kFrameBytes = kWidth * kHeight * 3 / 2;  // NV21: luminance, then VU
 
 // The pinhole camera. The robot's frame has its origin on the floor right

@@ -81,13 +81,22 @@ double Profile(const StripeLook& look, double d) {
 }
 
 // Draws the segment into `light`, keeping the brighter value where stripes meet.
+// The pixel index nearest `x` within [low, high]; projected points far
+// outside the picture (a segment nearly along the view) must not reach an
+// int conversion unclamped.
+int PixelWithin(double x, int low, int high) {
+  if (!(x > low)) return low;  // NaN too
+  if (x > high) return high;
+  return static_cast<int>(x);
+}
+
 void DrawSegment(const Segment2& s, const StripeLook& look, int gap_from, int gap_to,
                  std::vector<float>* light) {
   const double reach = look.core / 2 + 5 * look.edge + 1;
-  const int u0 = std::max(0, static_cast<int>(std::floor(std::min(s.a.u, s.b.u) - reach)));
-  const int u1 = std::min(kWidth - 1, static_cast<int>(std::ceil(std::max(s.a.u, s.b.u) + reach)));
-  const int v0 = std::max(0, static_cast<int>(std::floor(std::min(s.a.v, s.b.v) - reach)));
-  const int v1 = std::min(kHeight - 1, static_cast<int>(std::ceil(std::max(s.a.v, s.b.v) + reach)));
+  const int u0 = PixelWithin(std::floor(std::min(s.a.u, s.b.u) - reach), 0, kWidth);
+  const int u1 = PixelWithin(std::ceil(std::max(s.a.u, s.b.u) + reach), -1, kWidth - 1);
+  const int v0 = PixelWithin(std::floor(std::min(s.a.v, s.b.v) - reach), 0, kHeight);
+  const int v1 = PixelWithin(std::ceil(std::max(s.a.v, s.b.v) + reach), -1, kHeight - 1);
   for (int v = v0; v <= v1; ++v) {
     if (v >= gap_from && v <= gap_to) continue;
     float* row = light->data() + static_cast<std::size_t>(v) * kWidth;
@@ -122,10 +131,13 @@ void Check(bool ok, const std::string& member, const char* rule) {
   if (!ok) throw std::invalid_argument("camera sim: " + member + " must be " + rule);
 }
 
+// low <= x <= high (false for NaN).
+bool Within(double x, double low, double high) { return x >= low && x <= high; }
+
 void CheckLaser(const LaserModel& laser, const std::string& name) {
-  Check(std::isfinite(laser.x), name + ".x", "a finite number");
-  Check(std::isfinite(laser.y), name + ".y", "a finite number");
-  Check(laser.z >= 0 && std::isfinite(laser.z), name + ".z", "0 or more");
+  Check(Within(laser.x, -1000, 1000), name + ".x", "between -1000 and 1000");
+  Check(Within(laser.y, -1000, 1000), name + ".y", "between -1000 and 1000");
+  Check(Within(laser.z, 0, 1000), name + ".z", "between 0 and 1000");
   Check(laser.yaw > -80 && laser.yaw < 80, name + ".yaw", "between -80 and 80");
   Check(laser.roll > -80 && laser.roll < 80, name + ".roll", "between -80 and 80");
 }
@@ -161,11 +173,11 @@ std::vector<Segment2> StripeSegments(const Scene& scene, const LaserModel& laser
 
 void ValidateScene(const Scene& scene) {
   const CameraModel& c = scene.camera;
-  Check(c.fx > 0 && std::isfinite(c.fx), "scene.camera.fx", "greater than 0");
-  Check(c.fy > 0 && std::isfinite(c.fy), "scene.camera.fy", "greater than 0");
-  Check(std::isfinite(c.cx), "scene.camera.cx", "a finite number");
-  Check(std::isfinite(c.cy), "scene.camera.cy", "a finite number");
-  Check(c.height > 0 && std::isfinite(c.height), "scene.camera.height", "greater than 0");
+  Check(c.fx > 0 && c.fx <= 100000, "scene.camera.fx", "greater than 0 and at most 100000");
+  Check(c.fy > 0 && c.fy <= 100000, "scene.camera.fy", "greater than 0 and at most 100000");
+  Check(Within(c.cx, -10000, 10000), "scene.camera.cx", "between -10000 and 10000");
+  Check(Within(c.cy, -10000, 10000), "scene.camera.cy", "between -10000 and 10000");
+  Check(c.height > 0 && c.height <= 1000, "scene.camera.height", "greater than 0 and at most 1000");
   Check(c.pitch > -80 && c.pitch < 80, "scene.camera.pitch", "between -80 and 80");
   CheckLaser(scene.left, "scene.left_laser");
   CheckLaser(scene.right, "scene.right_laser");
@@ -177,9 +189,10 @@ void ValidateScene(const Scene& scene) {
   Check(b.level >= 0 && b.level <= 255, "scene.background.level", "between 0 and 255");
   Check(b.noise >= 0 && b.noise <= 100, "scene.background.noise", "between 0 and 100");
   Check(b.ambient >= 0 && b.ambient <= 255, "scene.background.ambient", "between 0 and 255");
-  Check(scene.distance > 0 && std::isfinite(scene.distance), "distance", "greater than 0");
-  Check(scene.wall_height > 0 && std::isfinite(scene.wall_height), "scene.wall_height",
-        "greater than 0");
+  Check(scene.distance > 0 && scene.distance <= 10000, "distance",
+        "greater than 0 and at most 10000");
+  Check(scene.wall_height > 0 && scene.wall_height <= 10000, "scene.wall_height",
+        "greater than 0 and at most 10000");
   Check(scene.second_stripe >= 0 && scene.second_stripe < kWidth, "scene.second_stripe",
         "between 0 and 639");
   Check(scene.gap_from <= scene.gap_to, "scene.gap_rows", "[from, to] with from <= to");
@@ -208,7 +221,7 @@ void RenderLuminance(const Scene& scene, unsigned lasers, double scale, uint8_t*
     double value = b.level + b.ambient + light[i];
     if (b.noise > 0) value += b.noise * Noise(b.seed, lasers, i);
     value = std::round(value * scale);
-    out[i] = static_cast<uint8_t>(std::clamp(value, 0.0, 255.0));
+    out[i] = value > 0 ? static_cast<uint8_t>(std::min(value, 255.0)) : 0;  // NaN gives 0
   }
 }
 

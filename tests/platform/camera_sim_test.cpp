@@ -3,6 +3,7 @@
 #include "platform/sunxi_cam/camera_sim.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cmath>
@@ -511,6 +512,37 @@ TEST_F(CameraSimTest, OtherImagesAreRefusedWithAClearMessage) {
   EXPECT_EQ(Plane(8), before);  // still the scene
 }
 
+TEST_F(CameraSimTest, ImageFilesThatCannotBeUsedAreRefusedUnread) {
+  // A BMP header that claims 100000 x 100000 pixels, and no pixels.
+  std::string header(54, '\0');
+  auto put32 = [&header](std::size_t at, uint32_t value) {
+    for (int i = 0; i < 4; ++i) header[at + i] = static_cast<char>((value >> (8 * i)) & 0xFF);
+  };
+  header[0] = 'B';
+  header[1] = 'M';
+  put32(10, 54);
+  put32(14, 40);
+  put32(18, 100000);
+  put32(22, 100000);
+  header[26] = 1;
+  header[28] = 8;
+  const std::string huge = TempDir() + "/huge.bmp";
+  std::ofstream(huge, std::ios::binary) << header;
+  EXPECT_EQ(Refusal(huge), "camera sim: images.right: image file '" + huge +
+                               "' is a BMP picture whose header claims 100000 x 100000 pixels; "
+                               "the camera needs 640 x 480 with one 8-bit channel (grayscale)");
+
+  const std::string folder = TempDir() + "/folder.png";
+  ASSERT_EQ(mkdir(folder.c_str(), 0700), 0);
+  EXPECT_EQ(Refusal(folder), "camera sim: images.right: image file '" + folder + "' is a folder");
+
+  const std::string large = TempDir() + "/large.png";
+  std::ofstream(large) << "x";
+  ASSERT_EQ(truncate(large.c_str(), 16 * 1024 * 1024 + 1), 0);
+  EXPECT_EQ(Refusal(large), "camera sim: images.right: image file '" + large +
+                                "' is larger than 16777216 bytes (16 MiB)");
+}
+
 // --- Scenes -------------------------------------------------------------------------
 
 class SceneDistanceTest : public CameraSimTest, public ::testing::WithParamInterface<double> {};
@@ -676,10 +708,57 @@ TEST_F(CameraSimTest, BadScenesAreRefused) {
     sim::SetScene(scene);
     FAIL() << "accepted";
   } catch (const std::invalid_argument& e) {
-    EXPECT_STREQ(e.what(), "camera sim: scene.camera.fx must be greater than 0");
+    EXPECT_STREQ(e.what(), "camera sim: scene.camera.fx must be greater than 0 and at most 100000");
   }
   EXPECT_THROW(sim::SetDistance(0), std::invalid_argument);
   EXPECT_EQ(sim::GetScene().distance, 30);
+}
+
+std::string ConfigureError(const std::string& json);
+
+TEST_F(CameraSimTest, SceneValuesOutsideTheirRangesNameTheMember) {
+  const std::pair<const char*, const char*> cases[] = {
+      {R"({"scene": {"camera": {"fx": 1e300}}})",
+       "camera sim: scene.camera.fx must be greater than 0 and at most 100000"},
+      {R"({"scene": {"camera": {"fy": 100001}}})",
+       "camera sim: scene.camera.fy must be greater than 0 and at most 100000"},
+      {R"({"scene": {"camera": {"cx": -1e300}}})",
+       "camera sim: scene.camera.cx must be between -10000 and 10000"},
+      {R"({"scene": {"camera": {"cy": 10001}}})",
+       "camera sim: scene.camera.cy must be between -10000 and 10000"},
+      {R"({"scene": {"camera": {"height": 1e300}}})",
+       "camera sim: scene.camera.height must be greater than 0 and at most 1000"},
+      {R"({"scene": {"left_laser": {"x": 1e300}}})",
+       "camera sim: scene.left_laser.x must be between -1000 and 1000"},
+      {R"({"scene": {"right_laser": {"y": -1001}}})",
+       "camera sim: scene.right_laser.y must be between -1000 and 1000"},
+      {R"({"scene": {"right_laser": {"z": 1e300}}})",
+       "camera sim: scene.right_laser.z must be between 0 and 1000"},
+      {R"({"distance": 1e300})", "camera sim: distance must be greater than 0 and at most 10000"},
+      {R"({"scene": {"wall_height": 1e300}})",
+       "camera sim: scene.wall_height must be greater than 0 and at most 10000"},
+  };
+  for (const auto& [json, message] : cases) EXPECT_EQ(ConfigureError(json), message) << json;
+}
+
+// The extremes of every range render: no conversion of a projected point
+// overflows (the sanitizer build checks float-to-int conversions).
+TEST_F(CameraSimTest, TheExtremesOfTheSceneRangesRender) {
+  const char* const extremes[] = {
+      R"({"distance": 10000, "scene": {"camera": {"fx": 100000, "fy": 100000, "cx": -10000,
+          "cy": 10000, "height": 1000, "pitch": 79.9}, "wall_height": 10000}})",
+      R"({"distance": 0.001, "scene": {"camera": {"fx": 0.001, "fy": 100000, "cx": 10000,
+          "cy": -10000, "height": 0.001, "pitch": -79.9},
+          "left_laser": {"x": -1000, "y": 1000, "z": 1000, "yaw": 79.9, "roll": -79.9},
+          "right_laser": {"x": 1000, "y": -1000, "z": 0, "yaw": -79.9, "roll": 79.9}}})",
+      R"({"distance": 5, "scene": {"wall": false, "camera": {"fx": 100000, "fy": 100000,
+          "height": 0.001, "pitch": 0}, "left_laser": {"yaw": 79.9, "z": 1000},
+          "stripe": {"core": 50, "edge": 20}}})",
+  };
+  for (const char* json : extremes) {
+    ASSERT_EQ(ConfigureError(json), "") << json;
+    for (unsigned lasers : {1u, 8u, 9u}) EXPECT_NE(sim::Luminance(lasers), nullptr);
+  }
 }
 
 // --- JSON settings ---------------------------------------------------------------------
@@ -782,7 +861,8 @@ TEST_F(CameraSimTest, ConfigureNamesTheBadMemberAndChangesNothing) {
             "camera sim: laser_pattern[1] must be an integer of 0 or more");
   EXPECT_EQ(ConfigureError(R"({"laser_pattern": []})"),
             "camera sim: laser_pattern must be a non-empty array");
-  EXPECT_EQ(ConfigureError(R"({"distance": 0})"), "camera sim: distance must be greater than 0");
+  EXPECT_EQ(ConfigureError(R"({"distance": 0})"),
+            "camera sim: distance must be greater than 0 and at most 10000");
   EXPECT_EQ(ConfigureError(R"({"scene": {"stripe": {"peak": 300}}})"),
             "camera sim: scene.stripe.peak must be between 0 and 255");
   EXPECT_EQ(ConfigureError(R"({"scene": {"gap_rows": [5]}})"),
@@ -799,7 +879,7 @@ TEST_F(CameraSimTest, ConfigureNamesTheBadMemberAndChangesNothing) {
   EXPECT_EQ(ConfigureError(R"([1, 2])"), "camera sim: settings must be an object");
   // A good member before a bad one is not applied either.
   EXPECT_EQ(ConfigureError(R"({"faults": {"open": "always"}, "distance": -1})"),
-            "camera sim: distance must be greater than 0");
+            "camera sim: distance must be greater than 0 and at most 10000");
   EXPECT_TRUE(Open());
   EXPECT_EQ(sim::GetScene().distance, 30);
   EXPECT_EQ(sim::LaserPattern(), (std::vector<uint64_t>{1, 8}));

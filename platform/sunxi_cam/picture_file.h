@@ -1,0 +1,71 @@
+// What a picture file's header claims, read without decoding the picture.
+//
+// The camera simulator and stripe-inspect read pictures that must be 640 x
+// 480. A damaged or hostile header (a BMP claiming 100000 x 100000 pixels)
+// would make the decoder give up with a text of its own; looking at the
+// header first lets the caller say in plain words what is wrong, and spares
+// decoding a picture that could never be used. BMP and PNG headers are read;
+// for other formats the header is not known.
+#ifndef LASERCALI_PLATFORM_SUNXI_CAM_PICTURE_FILE_H_
+#define LASERCALI_PLATFORM_SUNXI_CAM_PICTURE_FILE_H_
+
+#include <cstdint>
+#include <fstream>
+#include <string>
+
+namespace sunxi_cam::sim {
+
+struct PictureHeader {
+  std::string format;  // "BMP", "PNG", or "" when not known
+  int64_t width = 0;
+  int64_t height = 0;  // a top-down BMP counts as its height
+};
+
+inline PictureHeader PeekPictureHeader(const std::string& path) {
+  PictureHeader header;
+  std::ifstream in(path, std::ios::binary);
+  unsigned char b[26] = {};
+  in.read(reinterpret_cast<char*>(b), sizeof b);
+  const std::streamsize got = in.gcount();
+  auto little = [&b](int at) {
+    return static_cast<uint32_t>(b[at]) | static_cast<uint32_t>(b[at + 1]) << 8 |
+           static_cast<uint32_t>(b[at + 2]) << 16 | static_cast<uint32_t>(b[at + 3]) << 24;
+  };
+  auto big = [&b](int at) {
+    return static_cast<uint32_t>(b[at]) << 24 | static_cast<uint32_t>(b[at + 1]) << 16 |
+           static_cast<uint32_t>(b[at + 2]) << 8 | static_cast<uint32_t>(b[at + 3]);
+  };
+  if (got >= 26 && b[0] == 'B' && b[1] == 'M') {
+    const uint32_t info_size = little(14);
+    if (info_size == 12) {  // the old core header: 16-bit sizes
+      header.width = b[18] | b[19] << 8;
+      header.height = b[20] | b[21] << 8;
+    } else {
+      header.width = static_cast<int32_t>(little(18));
+      header.height = static_cast<int32_t>(little(22));
+      if (header.height < 0) header.height = -header.height;
+    }
+    header.format = "BMP";
+  } else if (got >= 24 && b[0] == 0x89 && b[1] == 'P' && b[2] == 'N' && b[3] == 'G' &&
+             b[12] == 'I' && b[13] == 'H' && b[14] == 'D' && b[15] == 'R') {
+    header.format = "PNG";
+    header.width = big(16);
+    header.height = big(20);
+  }
+  return header;
+}
+
+// "" unless the header claims more than `width` x `height` (wider or
+// higher); else what it claims, in words ("a BMP picture whose header
+// claims 100000 x 100000 pixels"). Such a picture is never decoded: it could
+// not be used, and decoding it could take gigabytes.
+inline std::string PictureTooLarge(const std::string& path, int64_t width, int64_t height) {
+  const PictureHeader header = PeekPictureHeader(path);
+  if (header.format.empty() || (header.width <= width && header.height <= height)) return "";
+  return "a " + header.format + " picture whose header claims " + std::to_string(header.width) +
+         " x " + std::to_string(header.height) + " pixels";
+}
+
+}  // namespace sunxi_cam::sim
+
+#endif  // LASERCALI_PLATFORM_SUNXI_CAM_PICTURE_FILE_H_
