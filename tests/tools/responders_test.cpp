@@ -40,8 +40,7 @@ void WritePicture(const std::string& path, int rows, int cols, int type) {
 ResponderSetting Setting(const std::string& node, const char* answer = "{}") {
   ResponderSetting setting;
   setting.node = node;
-  setting.answer = std::make_shared<rapidjson::Document>();
-  setting.answer->Parse(answer);
+  setting.answer = kivrun::JsonText::FromText(answer);
   setting.has_needs = true;  // no pictures unless a test names them
   return setting;
 }

@@ -74,10 +74,10 @@ std::vector<int> Ints(const rapidjson::Value& list) {
 }
 
 // The answer fields a responder step of the scenario gives its node.
-const rapidjson::Value& AnswerOf(const kivrun::Scenario& scenario, const std::string& node) {
+rapidjson::Document AnswerOf(const kivrun::Scenario& scenario, const std::string& node) {
   for (const auto& step : scenario.steps) {
-    if (step.kind == kivrun::Step::Kind::kResponder && step.responder.node == node) {
-      return *step.responder.answer;
+    if (step.kind == kivrun::Step::Kind::kResponder && step.responder->node == node) {
+      return step.responder->answer.Parse();
     }
   }
   throw std::runtime_error("the scenario sets up no " + node + " node");
@@ -138,8 +138,8 @@ TEST_F(FactoryRoundTest, WritesExactlyTheLeftAndRightPictureOfEveryDistance) {
 
 TEST_F(FactoryRoundTest, TheFinalKind4ResultCarriesThePlaneAndCheckNodesValues) {
   const kivrun::Scenario scenario = kivrun::LoadScenario(kScenarios + "/factory_plane_round.json");
-  const rapidjson::Value& plane = AnswerOf(scenario, "plane");
-  const rapidjson::Value& check = AnswerOf(scenario, "check");
+  const rapidjson::Document plane = AnswerOf(scenario, "plane");
+  const rapidjson::Document check = AnswerOf(scenario, "check");
 
   const rapidjson::Value* last = nullptr;
   for (const auto& e : run_->events) {

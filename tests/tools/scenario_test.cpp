@@ -3,11 +3,17 @@
 #include "tools/kivrun/scenario.h"
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <fstream>
 #include <string>
+
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/allocator_interface.h>
+#endif
 
 namespace {
 
@@ -54,7 +60,7 @@ TEST_F(ScenarioTest, RepeatTakesASendOrJsonStepAndWhatToWaitFor) {
   ASSERT_TRUE(repeat.repeated);
   EXPECT_EQ(repeat.repeated->kind, Step::Kind::kSend);
   EXPECT_EQ(repeat.repeated->topic, "CAMERACALI");
-  EXPECT_EQ((*repeat.repeated->value)["distance"].GetInt(), 5);
+  EXPECT_EQ(repeat.repeated->value.Parse()["distance"].GetInt(), 5);
   EXPECT_EQ(repeat.until.topic, "CAMERACALIRES");
   EXPECT_EQ(repeat.until.Describe(), "CAMERACALIRES {\"kind\":2,\"distance\":5}");
   EXPECT_EQ(repeat.every_ticks, 7);
@@ -82,22 +88,22 @@ TEST_F(ScenarioTest, ResponderSettings) {
          {"responder": "check", "fail": 7},
          {"responder": "distance", "silent": true})");
   ASSERT_EQ(s.steps.size(), 3u);
-  const ResponderSetting& plane = s.steps[0].responder;
+  const ResponderSetting& plane = *s.steps[0].responder;
   EXPECT_EQ(s.steps[0].kind, Step::Kind::kResponder);
   EXPECT_EQ(plane.node, "plane");
   EXPECT_EQ(plane.mode, ResponderSetting::Mode::kAnswer);
-  EXPECT_EQ((*plane.answer)["result"].GetInt(), 1);
+  EXPECT_EQ(plane.answer.Parse()["result"].GetInt(), 1);
   EXPECT_TRUE(plane.has_needs);
   EXPECT_EQ(plane.needs, std::vector<std::string>{"/tmp/a.bmp"});
   EXPECT_TRUE(plane.has_refuse);
   EXPECT_EQ(plane.refuse, 9);
   EXPECT_EQ(plane.delay_us, 30000);
-  const ResponderSetting& check = s.steps[1].responder;
+  const ResponderSetting& check = *s.steps[1].responder;
   EXPECT_EQ(check.mode, ResponderSetting::Mode::kFail);
   EXPECT_EQ(check.code, 7);
   EXPECT_FALSE(check.has_needs);
   EXPECT_EQ(check.delay_us, 10000);  // one tick
-  EXPECT_EQ(s.steps[2].responder.mode, ResponderSetting::Mode::kSilent);
+  EXPECT_EQ(s.steps[2].responder->mode, ResponderSetting::Mode::kSilent);
 }
 
 TEST_F(ScenarioTest, ErrorsNameTheFileTheStepAndWhatIsWrong) {
@@ -111,7 +117,7 @@ TEST_F(ScenarioTest, ErrorsNameTheFileTheStepAndWhatIsWrong) {
   EXPECT_EQ(Error(R"({"repeat": {"send": "A", "ticks": 3}, "until": {"topic": "X"}, "limit": 3})"),
             step1 + ": \"repeat\": a step does one thing; split it");
   EXPECT_EQ(Error(R"({"repeat": {"send": "A"}, "until": {"topic": "X"}, "limit": 0})"),
-            step1 + ": \"limit\" needs a whole number of 1 or more");
+            step1 + ": \"limit\" needs a whole number from 1 to 100000, not 0");
   EXPECT_EQ(Error(R"({"repeat": {"send": "A"}, "until": {"fields": {}}, "limit": 2})"),
             step1 + ": \"until\" needs a \"topic\"");
   EXPECT_EQ(
@@ -138,6 +144,56 @@ TEST_F(ScenarioTest, ErrorsNameTheFileTheStepAndWhatIsWrong) {
             step1 +
                 ": unknown member \"sned\" (a step is one of send, json, advance_us, advance_ms, "
                 "ticks, camera, log_frames, trace, teardown, note, responder, repeat, wait)");
+}
+
+// Bytes the process has allocated and not freed (the allocator's count).
+int64_t AllocatedBytes() {
+#if defined(__SANITIZE_ADDRESS__)
+  return static_cast<int64_t>(__sanitizer_get_current_allocated_bytes());
+#else
+  const struct mallinfo2 info = mallinfo2();
+  return static_cast<int64_t>(info.uordblks + info.hblkhd);
+#endif
+}
+
+TEST_F(ScenarioTest, AHundredThousandStepsTakeLittleMemory) {
+  std::string steps;
+  for (int i = 0; i < 100000; ++i) {
+    steps += (i == 0 ? "" : ",\n");
+    steps += i % 2 == 0 ? R"({"send": "CAMERACALI", "fields": {"distance": 5}})"
+                        : R"({"repeat": {"send": "CAMERACALI", "fields": {"distance": 5}},
+                              "until": {"topic": "CAMERACALIRES", "fields": {"kind": 2}},
+                              "limit": 20, "label": "accepted"})";
+  }
+  const int64_t before = AllocatedBytes();
+  const kivrun::Scenario s = Load(steps);
+  const int64_t held = AllocatedBytes() - before;
+  ASSERT_EQ(s.steps.size(), 100000u);
+  EXPECT_EQ(s.steps[99999].until.Describe(), "CAMERACALIRES {\"kind\":2}");
+  EXPECT_EQ(s.steps[0].value.Parse()["distance"].GetInt(), 5);
+  RecordProperty("bytes_held", std::to_string(held));
+  EXPECT_LT(held, 100LL * 1024 * 1024) << held << " bytes for 100000 steps";
+  // Each step is a plain struct with its JSON kept as short text.
+  EXPECT_LT(held / 100000, 1024) << held / 100000 << " bytes a step";
+}
+
+TEST_F(ScenarioTest, NestingUpToTheLimitLoadsAndDeeperIsRefused) {
+  // The scenario object, "steps", the step and "camera" are 4 levels.
+  auto nested = [](int levels) { return std::string(levels, '[') + std::string(levels, ']'); };
+  EXPECT_EQ(Error(R"({"json": {"a": )" + nested(kivrun::kMaxJsonDepth - 4) + "}}"), "");
+  const std::string error = Error(R"({"json": {"a": )" + nested(kivrun::kMaxJsonDepth - 3) + "}}");
+  EXPECT_NE(error.find(path_ + ":1:"), std::string::npos) << error;
+  EXPECT_NE(error.find(": lists and objects nest deeper than 64 levels"), std::string::npos)
+      << error;
+}
+
+TEST_F(ScenarioTest, TextThatIsNotUtf8IsRefusedWhereItStands) {
+  EXPECT_EQ(Error("{\"note\": \"bad \xFF byte\"}"), path_ + ":1:74: Invalid encoding in string.");
+}
+
+TEST_F(ScenarioTest, PrintableEscapesControlCharacters) {
+  EXPECT_EQ(kivrun::Printable(std::string("a\0b\n\"\\\x7f", 7)), "a\\u0000b\\u000a\\\"\\\\\\u007f");
+  EXPECT_EQ(kivrun::Printable("caf\xC3\xA9"), "caf\xC3\xA9");
 }
 
 }  // namespace

@@ -90,9 +90,9 @@ std::string PictureProblem(const std::string& path) {
       header[1] != 'M') {
     return "not a BMP file";
   }
-  const int32_t width = static_cast<int32_t>(Little32(header + 18));
-  int32_t height = static_cast<int32_t>(Little32(header + 22));
-  if (height < 0) height = -height;  // a top-down picture
+  const int64_t width = static_cast<int32_t>(Little32(header + 18));
+  int64_t height = static_cast<int32_t>(Little32(header + 22));
+  if (height < 0) height = -height;  // a top-down picture (64 bits: -INT32_MIN fits)
   const int bits = header[28] | header[29] << 8;
   if (width != 640 || height != 480) {
     return std::to_string(width) + " x " + std::to_string(height) + ", not 640 x 480";
@@ -133,7 +133,8 @@ void Responders::Configure(const ResponderSetting& setting) {
   // Check the answer now, so a bad field stops the scenario at this step.
   const RecordLayout* answer = FindRecord(kind->answer);
   std::shared_ptr<void> scratch = answer->make();
-  EncodeFields(*answer, *applied->answer, scratch.get());
+  const rapidjson::Document answer_fields = applied->answer.Parse();
+  EncodeFields(*answer, answer_fields, scratch.get());
   EncodeFields(*answer, FailFields(*kind, applied->code), scratch.get());
   EncodeFields(*answer, FailFields(*kind, applied->refuse), scratch.get());
 
@@ -142,7 +143,7 @@ void Responders::Configure(const ResponderSetting& setting) {
   f.Str("mode", applied->mode == ResponderSetting::Mode::kAnswer ? "answer"
                 : applied->mode == ResponderSetting::Mode::kFail ? "fail"
                                                                  : "silent");
-  if (applied->mode != ResponderSetting::Mode::kSilent) f.Json("fields", *applied->answer);
+  if (applied->mode != ResponderSetting::Mode::kSilent) f.Json("fields", answer_fields);
   if (applied->mode == ResponderSetting::Mode::kFail) f.Int("code", applied->code);
   rapidjson::Value needs(rapidjson::kArrayType);
   for (const auto& path : applied->needs) {
@@ -187,7 +188,7 @@ void Responders::Answer(const ResponderKind& kind, const ResponderSetting& setti
   rapidjson::Document defaults;
   defaults.Parse(kind.defaults);
   EncodeFields(layout, defaults, record.get());
-  EncodeFields(layout, *setting.answer, record.get());
+  EncodeFields(layout, setting.answer.Parse(), record.get());
 
   Fields f;
   rapidjson::Value problems(rapidjson::kArrayType);

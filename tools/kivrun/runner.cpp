@@ -1,5 +1,6 @@
 #include "tools/kivrun/runner.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <iostream>
@@ -101,6 +102,7 @@ class Run : public kiv::HostObserver, public sunxi_cam::sim::Observer {
   // came, and the last publication on the awaited topic that did not match.
   struct Awaiting {
     const Awaited* awaited;
+    const rapidjson::Value* fields;  // the awaited fields, parsed
     bool matched = false;
     std::string last;
   };
@@ -116,6 +118,7 @@ class Run : public kiv::HostObserver, public sunxi_cam::sim::Observer {
   // Plays a send or json step; kOk, or the exit code when it cannot be sent.
   int Request(const Step& step);
   void Send(const Step& step);
+  const RecordLayout* SendLayout(const Step& step) const;
   void Json(const Step& step);
   int Responder(const Step& step);
   int Await(const Step& step);
@@ -142,7 +145,9 @@ class Run : public kiv::HostObserver, public sunxi_cam::sim::Observer {
   RoundSummary summary_;
   Awaiting* awaiting_ = nullptr;
   std::chrono::steady_clock::time_point wall_start_ = std::chrono::steady_clock::now();
-  std::map<std::string, const std::type_info*> subscribed_;  // topic -> record type the node takes
+  // topic -> the record types the node takes there (a node named after a
+  // topic takes its JSON commands on it too)
+  std::map<std::string, std::vector<const std::type_info*>> subscribed_;
   // Destroyed in reverse: the node, then the builders, then the plug-in they live in.
   std::unique_ptr<kiv::NodeLibrary> library_;
   kiv::NodeRegistry registry_;
@@ -164,7 +169,7 @@ void Run::Console(const char* stream, const std::string& line) {
 void Run::Published(const std::string& topic, const rapidjson::Value& fields) {
   summary_.Published(topic, fields);
   if (awaiting_ == nullptr || awaiting_->matched || topic != awaiting_->awaited->topic) return;
-  if (FieldsMatch(*awaiting_->awaited->fields, fields)) {
+  if (FieldsMatch(*awaiting_->fields, fields)) {
     awaiting_->matched = true;
   } else {
     awaiting_->last = JsonText(fields);
@@ -201,7 +206,8 @@ void Run::OnAdvertise(const std::string& node, const std::string& topic,
 
 void Run::OnSubscribe(const std::string& node, const std::string& topic, const std::type_info& type,
                       int depth) {
-  subscribed_[topic] = &type;
+  auto& types = subscribed_[topic];
+  if (std::find(types.begin(), types.end(), &type) == types.end()) types.push_back(&type);
   Fields f;
   f.Str("node", node).Str("topic", topic).Str("record", RecordName(type)).Int("depth", depth);
   log_.Write("subscribe", f.value());
@@ -340,6 +346,14 @@ int Run::Play() {
                 << "\n";
         code = kNodeError;
       }
+      if (!node_ && code == kOk) {
+        const std::string what = "the builder of " + scenario_.node_id + " returned no node";
+        Fields f;
+        f.Str("what", what);
+        log_.Write("error", f.value());
+        errors_ << "kivrun: " << what << "\n";
+        code = kNodeError;
+      }
       if (node_) {
         Fields built;
         built.Str("node", scenario_.node_id).Str("name", node_->NodeName());
@@ -469,13 +483,14 @@ int Run::PlayStep(const Step& step) {
       Teardown();
       break;
     case Step::Kind::kCamera: {
+      const rapidjson::Document settings = step.value.Parse();
       try {
-        sunxi_cam::sim::Configure(*step.value);
+        sunxi_cam::sim::Configure(settings);
       } catch (const std::invalid_argument& e) {
         return Fail(step, kScenarioError, e.what());
       }
       Fields f;
-      f.Int("step", step.number).Json("settings", *step.value);
+      f.Int("step", step.number).Json("settings", settings);
       log_.Write("camera_settings", f.value());
       break;
     }
@@ -520,7 +535,7 @@ int Run::Request(const Step& step) {
 
 int Run::Responder(const Step& step) {
   try {
-    responders_->Configure(step.responder);
+    responders_->Configure(*step.responder);
   } catch (const std::invalid_argument& e) {
     return Fail(step, kScenarioError, e.what());
   }
@@ -534,14 +549,15 @@ int Run::Await(const Step& step) {
   }
   // The awaited fields must fit the record the node publishes there.
   const RecordLayout& layout = *watched_.at(awaited.topic);
+  const rapidjson::Document wanted = awaited.fields.Parse();
   try {
     std::shared_ptr<void> probe = layout.make();
-    EncodeFields(layout, *awaited.fields, probe.get());
+    EncodeFields(layout, wanted, probe.get());
   } catch (const std::invalid_argument& e) {
     return Fail(step, kScenarioError, "\"until\" on " + awaited.topic + ": " + e.what());
   }
   const std::string label = step.text.empty() ? awaited.Describe() : step.text;
-  Awaiting awaiting{&awaited, false, std::string()};
+  Awaiting awaiting{&awaited, &wanted, false, std::string()};
   awaiting_ = &awaiting;
   const std::function<bool()> came = [&awaiting] { return awaiting.matched; };
   int64_t requests = 0, ticks = 0;
@@ -603,7 +619,7 @@ void Run::Pass(int64_t us, const std::function<bool()>& stop) {
 void Run::RunTicks(int64_t count) {
   kiv::MainLoop& loop = host_.Loop();
   if (!options_.realtime) {
-    loop.RunTicks(static_cast<int>(count));
+    loop.RunTicks(count);
     if (options_.progress) options_.progress->Clock(loop.Now());
     return;
   }
@@ -617,22 +633,46 @@ void Run::RunTicks(int64_t count) {
   }
 }
 
-void Run::Send(const Step& step) {
-  if (subscribed_.count(step.topic) == 0 && step.record.empty()) {
-    throw ScenarioError(scenario_.path + ": step " + std::to_string(step.number) +
-                        ": the node does not subscribe to \"" + step.topic +
+// The record layout a send step sends: the one it names, else the one the
+// node takes on the topic.
+const RecordLayout* Run::SendLayout(const Step& step) const {
+  const std::string where = scenario_.path + ": step " + std::to_string(step.number) + ": ";
+  if (!step.record.empty()) {
+    const RecordLayout* layout = FindRecord(step.record);
+    if (layout == nullptr) {
+      throw ScenarioError(where + "unknown record type \"" + step.record +
+                          "\" (known: " + KnownRecordNames() + ")");
+    }
+    return layout;
+  }
+  const auto found = subscribed_.find(step.topic);
+  if (found == subscribed_.end()) {
+    throw ScenarioError(where + "the node does not subscribe to \"" + step.topic +
                         "\"; name the record type with \"record\" to send anyway");
   }
-  const RecordLayout* layout =
-      step.record.empty() ? FindRecord(*subscribed_.at(step.topic)) : FindRecord(step.record);
-  if (layout == nullptr) {
-    throw ScenarioError(scenario_.path + ": step " + std::to_string(step.number) +
-                        ": unknown record type \"" + step.record +
-                        "\" (known: " + KnownRecordNames() + ")");
+  std::string names;
+  for (const std::type_info* type : found->second) {
+    names += (names.empty() ? "" : ", ") + RecordName(*type);
   }
+  if (found->second.size() > 1) {
+    // A node named after a topic it subscribes to takes its JSON commands there too.
+    throw ScenarioError(where + "the node takes several record types on \"" + step.topic + "\" (" +
+                        names + "); name the one to send with \"record\"");
+  }
+  const RecordLayout* layout = FindRecord(*found->second.front());
+  if (layout == nullptr) {
+    throw ScenarioError(where + "the node takes " + names + " on \"" + step.topic +
+                        "\", which a send step cannot fill; use a \"json\" step");
+  }
+  return layout;
+}
+
+void Run::Send(const Step& step) {
+  const RecordLayout* layout = SendLayout(step);
+  const rapidjson::Document wanted = step.value.Parse();
   std::shared_ptr<void> record = layout->make();
   try {
-    EncodeFields(*layout, *step.value, record.get());
+    EncodeFields(*layout, wanted, record.get());
   } catch (const std::invalid_argument& e) {
     throw ScenarioError(scenario_.path + ": step " + std::to_string(step.number) + ": " + e.what());
   }
@@ -657,32 +697,34 @@ void Run::Send(const Step& step) {
 
 void Run::Json(const Step& step) {
   const std::string topic = node_->NodeName();
+  const rapidjson::Document command = step.value.Parse();
+  const bool has_command = step.value.present();
   Fields f;
   f.Int("step", step.number).Str("topic", topic);
-  if (step.value) {
-    f.Json("command", *step.value);
+  if (has_command) {
+    f.Json("command", command);
   } else {
     f.value().AddMember("command", rapidjson::Value(), f.allocator());
   }
   log_.Write("json", f.value());
   summary_.Sent("JSON command");
-  if (step.value) {
+  if (has_command) {
     for (const char* key : {"distance", "APP"}) {
-      if (step.value->HasMember(key) && (*step.value)[key].IsInt64()) {
-        summary_.Requested(static_cast<uint16_t>((*step.value)[key].GetInt64()), key[0] == 'A');
+      if (command.HasMember(key) && command[key].IsInt64()) {
+        summary_.Requested(static_cast<uint16_t>(command[key].GetInt64()), key[0] == 'A');
       }
     }
   }
 
   kiv::Publisher<KivJsonMsg> publisher(host_.FindTopic(topic), topic);
   KivJsonMsg message;
-  if (step.value) message.command.CopyFrom(*step.value, message.command.GetAllocator());
+  if (has_command) message.command.CopyFrom(command, message.command.GetAllocator());
   try {
-    publisher.publishWithLine(step.value ? &message : nullptr, Tag(step));
+    publisher.publishWithLine(has_command ? &message : nullptr, Tag(step));
   } catch (...) {
     Exception("delivery of step " + std::to_string(step.number), std::current_exception());
   }
-  if (!step.value) return;
+  if (!has_command) return;
   Fields reply;
   reply.Int("step", step.number);
   rapidjson::Value members(rapidjson::kArrayType);

@@ -1,11 +1,17 @@
 #include "tools/kivrun/scenario.h"
 
+#include <fcntl.h>
 #include <rapidjson/error/en.h>
+#include <rapidjson/reader.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
-#include <fstream>
-#include <sstream>
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 
 namespace kivrun {
 namespace {
@@ -15,17 +21,62 @@ std::string Folder(const std::string& path) {
   return slash == std::string::npos ? std::string(".") : path.substr(0, slash);
 }
 
-std::shared_ptr<rapidjson::Document> Copy(const rapidjson::Value& value) {
-  auto doc = std::make_shared<rapidjson::Document>();
-  doc->CopyFrom(value, doc->GetAllocator());
-  return doc;
+// The parse flags of every JSON text kivrun reads: no recursion in the
+// parser, and strings must be valid UTF-8.
+constexpr unsigned kParseFlags =
+    rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag;
+
+// Counts how deep lists and objects nest; stops the parse past kMaxJsonDepth.
+struct DepthCheck : rapidjson::BaseReaderHandler<rapidjson::UTF8<>, DepthCheck> {
+  int depth = 0;
+  bool too_deep = false;
+  bool Default() { return true; }
+  bool StartObject() { return Enter(); }
+  bool StartArray() { return Enter(); }
+  bool EndObject(rapidjson::SizeType) { return Leave(); }
+  bool EndArray(rapidjson::SizeType) { return Leave(); }
+  bool Enter() {
+    too_deep = ++depth > kMaxJsonDepth;
+    return !too_deep;
+  }
+  bool Leave() {
+    --depth;
+    return true;
+  }
+};
+
+std::string Where(const std::string& text, std::size_t offset) {
+  int line = 1, column = 1;
+  for (std::size_t i = 0; i < offset && i < text.size(); ++i) {
+    if (text[i] == '\n') {
+      ++line;
+      column = 1;
+    } else {
+      ++column;
+    }
+  }
+  return std::to_string(line) + ":" + std::to_string(column);
 }
 
-int64_t Count(const rapidjson::Value& value, const std::string& where, const char* key) {
-  if (!value.IsInt64() || value.GetInt64() < 0) {
-    throw ScenarioError(where + ": \"" + key + "\" needs a whole number of 0 or more");
+// A whole number within [low, high]; the message gives the range.
+int64_t Ranged(const rapidjson::Value& value, const std::string& where, const char* key,
+               int64_t low, int64_t high) {
+  if (!value.IsInt64() || value.GetInt64() < low || value.GetInt64() > high) {
+    throw ScenarioError(where + ": \"" + key + "\" needs a whole number from " +
+                        std::to_string(low) + " to " + std::to_string(high) +
+                        (value.IsNumber() ? ", not " + JsonText::Of(value).text() : std::string()));
   }
   return value.GetInt64();
+}
+
+std::string Name(const rapidjson::Value& name) {
+  return std::string(name.GetString(), name.GetStringLength());
+}
+
+// The member `key` (a plain name, no NUL), or null.
+const rapidjson::Value* Member(const rapidjson::Value& object, const char* key) {
+  const auto it = object.FindMember(key);
+  return it == object.MemberEnd() ? nullptr : &it->value;
 }
 
 // The members that say what a step does; every other member modifies one of them.
@@ -65,44 +116,36 @@ Awaited ParseAwaited(const rapidjson::Value& value, const std::string& where, co
   }
   Awaited awaited;
   for (const auto& member : value.GetObject()) {
-    const std::string name = member.name.GetString();
+    const std::string name = Name(member.name);
     if (name == "topic" && member.value.IsString() && member.value.GetStringLength() > 0) {
-      awaited.topic = member.value.GetString();
+      awaited.topic = Name(member.value);
     } else if (name == "fields" && member.value.IsObject()) {
-      awaited.fields = Copy(member.value);
+      awaited.fields = JsonText::Of(member.value);
     } else if (name == "topic" || name == "fields") {
       throw ScenarioError(where + ": " + what + ": \"" + name + "\" needs " +
                           (name == "topic" ? "a topic name" : "an object of fields"));
     } else {
-      throw ScenarioError(where + ": " + what + ": unknown member \"" + name +
+      throw ScenarioError(where + ": " + what + ": unknown member \"" + Printable(name) +
                           "\" (it has topic and fields)");
     }
   }
   if (awaited.topic.empty()) throw ScenarioError(where + ": " + what + " needs a \"topic\"");
-  if (!awaited.fields)
-    awaited.fields = std::make_shared<rapidjson::Document>(rapidjson::kObjectType);
+  if (!awaited.fields) awaited.fields = JsonText::EmptyObject();
   return awaited;
-}
-
-int64_t Positive(const rapidjson::Value& value, const std::string& where, const char* key) {
-  if (!value.IsInt64() || value.GetInt64() < 1) {
-    throw ScenarioError(where + ": \"" + key + "\" needs a whole number of 1 or more");
-  }
-  return value.GetInt64();
 }
 
 ResponderSetting ParseResponder(const rapidjson::Value& item, const std::string& where) {
   ResponderSetting setting;
-  const rapidjson::Value& name = item["responder"];
+  const rapidjson::Value& name = *Member(item, "responder");
   if (!name.IsString()) throw ScenarioError(where + ": \"responder\" needs a node name");
-  setting.node = name.GetString();
+  setting.node = Name(name);
   int modes = 0;
   for (const auto& member : item.GetObject()) {
-    const std::string key = member.name.GetString();
+    const std::string key = Name(member.name);
     const rapidjson::Value& value = member.value;
     if (key == "answer") {
       if (!value.IsObject()) throw ScenarioError(where + ": \"answer\" needs an object of fields");
-      setting.answer = Copy(value);
+      setting.answer = JsonText::Of(value);
     } else if (key == "fail") {
       ++modes;
       if (!value.IsInt64())
@@ -121,7 +164,7 @@ ResponderSetting ParseResponder(const rapidjson::Value& item, const std::string&
       for (const auto& path : value.GetArray()) {
         if (!path.IsString())
           throw ScenarioError(where + ": \"needs\" needs a list of picture paths");
-        setting.needs.emplace_back(path.GetString());
+        setting.needs.emplace_back(Name(path));
       }
     } else if (key == "refuse") {
       if (!value.IsInt64())
@@ -129,7 +172,7 @@ ResponderSetting ParseResponder(const rapidjson::Value& item, const std::string&
       setting.has_refuse = true;
       setting.refuse = value.GetInt64();
     } else if (key == "delay_ms") {
-      setting.delay_us = Positive(value, where, "delay_ms") * 1000;
+      setting.delay_us = Ranged(value, where, "delay_ms", 1, kMaxDelayMs) * 1000;
     }
   }
   if (modes > 1)
@@ -137,8 +180,7 @@ ResponderSetting ParseResponder(const rapidjson::Value& item, const std::string&
   if (setting.mode == ResponderSetting::Mode::kSilent && setting.answer) {
     throw ScenarioError(where + ": a silent responder gives no \"answer\"");
   }
-  if (!setting.answer)
-    setting.answer = std::make_shared<rapidjson::Document>(rapidjson::kObjectType);
+  if (!setting.answer) setting.answer = JsonText::EmptyObject();
   return setting;
 }
 
@@ -158,69 +200,75 @@ Step ParseStep(const rapidjson::Value& item, int number, const std::string& wher
   if (!item.IsObject()) throw ScenarioError(where + ": a step must be a JSON object");
   std::string action;
   for (const auto& member : item.GetObject()) {
-    const std::string key = member.name.GetString();
+    const std::string key = Name(member.name);
     if (!IsAction(key)) continue;
     if (!action.empty()) throw ScenarioError(where + ": a step does one thing; split it");
     action = key;
   }
   if (action.empty()) {
     for (const auto& member : item.GetObject()) {
-      const std::string key = member.name.GetString();
+      const std::string key = Name(member.name);
       bool known = false;
       for (const char* a : kActions) {
         for (const auto& modifier : ModifiersOf(a)) known = known || key == modifier;
       }
       if (!known) {
-        throw ScenarioError(where + ": unknown member \"" + key + "\" (a step is one of " +
-                            kActionList + ")");
+        throw ScenarioError(where + ": unknown member \"" + Printable(key) +
+                            "\" (a step is one of " + kActionList + ")");
       }
     }
     throw ScenarioError(where + ": the step does nothing (a step is one of " + kActionList + ")");
   }
   const std::vector<std::string> modifiers = ModifiersOf(action);
   for (const auto& member : item.GetObject()) {
-    const std::string key = member.name.GetString();
+    const std::string key = Name(member.name);
     if (key == action) continue;
     bool allowed = false;
     for (const auto& modifier : modifiers) allowed = allowed || key == modifier;
     if (!allowed) {
-      throw ScenarioError(where + ": \"" + key + "\" does not belong to a \"" + action + "\" step" +
+      throw ScenarioError(where + ": \"" + Printable(key) + "\" does not belong to a \"" + action +
+                          "\" step" +
                           (modifiers.empty() ? "" : " (it takes " + Quoted(modifiers) + ")"));
     }
   }
 
   Step step;
   step.number = number;
-  const rapidjson::Value& value = item[action.c_str()];
+  const rapidjson::Value& value = *Member(item, action.c_str());
+  const rapidjson::Value* fields = Member(item, "fields");
+  const rapidjson::Value* record = Member(item, "record");
+  const rapidjson::Value* label = Member(item, "label");
   if (action == "send") {
     if (!value.IsString() || value.GetStringLength() == 0) {
       throw ScenarioError(where + ": \"send\" needs a topic name");
     }
     step.kind = Step::Kind::kSend;
-    step.topic = value.GetString();
-    if (item.HasMember("fields")) {
-      if (!item["fields"].IsObject()) throw ScenarioError(where + ": \"fields\" must be an object");
-      step.value = Copy(item["fields"]);
+    step.topic = Name(value);
+    if (fields) {
+      if (!fields->IsObject()) throw ScenarioError(where + ": \"fields\" must be an object");
+      step.value = JsonText::Of(*fields);
     } else {
-      step.value = std::make_shared<rapidjson::Document>(rapidjson::kObjectType);
+      step.value = JsonText::EmptyObject();
     }
-    if (item.HasMember("record")) {
-      if (!item["record"].IsString())
+    if (record) {
+      if (!record->IsString() || record->GetStringLength() == 0)
         throw ScenarioError(where + ": \"record\" needs a record type name");
-      step.record = item["record"].GetString();
+      step.record = Name(*record);
     }
   } else if (action == "json") {
     if (!value.IsObject() && !value.IsNull()) {
       throw ScenarioError(where + ": \"json\" needs a JSON object (or null for a null record)");
     }
     step.kind = Step::Kind::kJson;
-    if (value.IsObject()) step.value = Copy(value);
+    if (value.IsObject()) step.value = JsonText::Of(value);
   } else if (action == "advance_us" || action == "advance_ms") {
     step.kind = Step::Kind::kAdvance;
-    step.amount = Count(value, where, action.c_str()) * (action == "advance_ms" ? 1000 : 1);
+    step.amount = action == "advance_ms"
+                      ? Ranged(value, where, "advance_ms", 0, kMaxAdvanceUs / 1000) * 1000
+                      : Ranged(value, where, "advance_us", 0, kMaxAdvanceUs);
   } else if (action == "ticks") {
     step.kind = Step::Kind::kTicks;
-    step.amount = Count(value, where, "ticks");
+    step.amount = Ranged(value, where, "ticks", 0, kMaxTicks);
   } else if (action == "trace" || action == "log_frames") {
     if (!value.IsBool()) throw ScenarioError(where + ": \"" + action + "\" needs true or false");
     step.kind = action == "trace" ? Step::Kind::kTrace : Step::Kind::kLogFrames;
@@ -234,37 +282,47 @@ Step ParseStep(const rapidjson::Value& item, int number, const std::string& wher
     if (!value.IsObject())
       throw ScenarioError(where + ": \"camera\" needs an object of camera settings");
     step.kind = Step::Kind::kCamera;
-    step.value = Copy(value);
+    step.value = JsonText::Of(value);
   } else if (action == "note") {
     if (!value.IsString()) throw ScenarioError(where + ": \"note\" needs a text");
     step.kind = Step::Kind::kNote;
-    step.text = value.GetString();
+    step.text = Name(value);
   } else if (action == "responder") {
     step.kind = Step::Kind::kResponder;
-    step.responder = ParseResponder(item, where);
+    step.responder = std::make_shared<const ResponderSetting>(ParseResponder(item, where));
   } else if (action == "repeat" || action == "wait") {
-    if (item.HasMember("label")) {
-      if (!item["label"].IsString()) throw ScenarioError(where + ": \"label\" needs a text");
-      step.text = item["label"].GetString();
+    if (label) {
+      if (!label->IsString()) throw ScenarioError(where + ": \"label\" needs a text");
+      step.text = Name(*label);
     }
     if (action == "repeat") {
       step.kind = Step::Kind::kRepeat;
       step.repeated = ParseRepeated(value, number, where);
-      if (!item.HasMember("until")) throw ScenarioError(where + ": \"repeat\" needs \"until\"");
-      step.until = ParseAwaited(item["until"], where, "until");
-      if (!item.HasMember("limit")) {
+      const rapidjson::Value* until = Member(item, "until");
+      if (!until) throw ScenarioError(where + ": \"repeat\" needs \"until\"");
+      step.until = ParseAwaited(*until, where, "until");
+      const rapidjson::Value* limit = Member(item, "limit");
+      if (!limit) {
         throw ScenarioError(where + ": \"repeat\" needs a \"limit\" (the most requests to send)");
       }
-      step.limit = Positive(item["limit"], where, "limit");
-      if (item.HasMember("every_ticks"))
-        step.every_ticks = Positive(item["every_ticks"], where, "every_ticks");
+      step.limit = Ranged(*limit, where, "limit", 1, kMaxRequests);
+      if (const rapidjson::Value* every = Member(item, "every_ticks"))
+        step.every_ticks = Ranged(*every, where, "every_ticks", 1, kMaxTicks);
+      if (step.every_ticks * step.limit > kMaxRepeatTicks) {
+        throw ScenarioError(where + ": \"repeat\" may let at most " +
+                            std::to_string(kMaxRepeatTicks) + " ticks pass (every_ticks " +
+                            std::to_string(step.every_ticks) + " x limit " +
+                            std::to_string(step.limit) + " is " +
+                            std::to_string(step.every_ticks * step.limit) + ")");
+      }
     } else {
       step.kind = Step::Kind::kWait;
       step.until = ParseAwaited(value, where, "wait");
-      if (!item.HasMember("within_ticks")) {
+      const rapidjson::Value* within = Member(item, "within_ticks");
+      if (!within) {
         throw ScenarioError(where + ": \"wait\" needs \"within_ticks\" (the most ticks to wait)");
       }
-      step.limit = Positive(item["within_ticks"], where, "within_ticks");
+      step.limit = Ranged(*within, where, "within_ticks", 1, kMaxTicks);
     }
   }
   return step;
@@ -272,36 +330,110 @@ Step ParseStep(const rapidjson::Value& item, int number, const std::string& wher
 
 }  // namespace
 
-std::string Awaited::Describe() const {
+std::string Awaited::Describe() const { return topic + " " + fields.text(); }
+
+JsonText JsonText::Of(const rapidjson::Value& value) {
   rapidjson::StringBuffer buffer;
   rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-  fields->Accept(writer);
-  return topic + " " + buffer.GetString();
+  value.Accept(writer);
+  return FromText(std::string(buffer.GetString(), buffer.GetSize()));
 }
 
-std::shared_ptr<rapidjson::Document> ReadJsonFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) throw ScenarioError(path + ": cannot read the file");
-  std::stringstream text;
-  text << in.rdbuf();
-  const std::string content = text.str();
-  auto doc = std::make_shared<rapidjson::Document>();
-  doc->Parse(content.c_str(), content.size());
-  if (doc->HasParseError()) {
-    const std::size_t offset = doc->GetErrorOffset();
-    int line = 1, column = 1;
-    for (std::size_t i = 0; i < offset && i < content.size(); ++i) {
-      if (content[i] == '\n') {
-        ++line;
-        column = 1;
-      } else {
-        ++column;
-      }
+JsonText JsonText::FromText(std::string text) {
+  JsonText json;
+  json.text_ = std::move(text);
+  return json;
+}
+
+rapidjson::Document JsonText::Parse() const {
+  rapidjson::Document doc;
+  if (text_.empty()) return doc;
+  doc.Parse<kParseFlags>(text_.data(), text_.size());
+  if (doc.HasParseError())
+    throw ScenarioError("kivrun: a kept JSON value does not parse: " + text_);
+  return doc;
+}
+
+std::string Printable(const std::string& text) {
+  std::string out;
+  for (const char ch : text) {
+    const auto byte = static_cast<unsigned char>(ch);
+    if (ch == '"' || ch == '\\') {
+      out += '\\';
+      out += ch;
+    } else if (byte < 0x20 || byte == 0x7F) {
+      char escaped[8];
+      std::snprintf(escaped, sizeof escaped, "\\u%04x", byte);
+      out += escaped;
+    } else {
+      out += ch;
     }
-    throw ScenarioError(path + ":" + std::to_string(line) + ":" + std::to_string(column) + ": " +
+  }
+  return out;
+}
+
+std::shared_ptr<rapidjson::Document> ParseJsonText(const std::string& content,
+                                                   const std::string& name) {
+  // First the nesting depth alone, so no deeper document is ever built.
+  {
+    DepthCheck depth;
+    rapidjson::Reader reader;
+    rapidjson::StringStream stream(content.c_str());
+    reader.Parse<kParseFlags>(stream, depth);
+    if (depth.too_deep) {
+      throw ScenarioError(name + ":" + Where(content, reader.GetErrorOffset()) +
+                          ": lists and objects nest deeper than " + std::to_string(kMaxJsonDepth) +
+                          " levels");
+    }
+  }
+  auto doc = std::make_shared<rapidjson::Document>();
+  doc->Parse<kParseFlags>(content.c_str(), content.size());
+  if (doc->HasParseError()) {
+    throw ScenarioError(name + ":" + Where(content, doc->GetErrorOffset()) + ": " +
                         rapidjson::GetParseError_En(doc->GetParseError()));
   }
   return doc;
+}
+
+std::shared_ptr<rapidjson::Document> ReadJsonFile(const std::string& path) {
+  // O_NONBLOCK: opening a pipe must not wait for a writer.
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (fd < 0) throw ScenarioError(path + ": cannot read the file: " + std::strerror(errno));
+  struct Closer {
+    int fd;
+    ~Closer() { close(fd); }
+  } closer{fd};
+  struct stat info {};
+  if (fstat(fd, &info) != 0) {
+    throw ScenarioError(path + ": cannot read the file: " + std::strerror(errno));
+  }
+  if (S_ISDIR(info.st_mode)) throw ScenarioError(path + ": is a folder, not a file");
+  if (!S_ISREG(info.st_mode)) {
+    throw ScenarioError(path + ": is not a regular file (a device, a pipe or a socket)");
+  }
+  const std::string too_large = " bytes; a JSON file may have at most " +
+                                std::to_string(kMaxJsonFileBytes) + " bytes (16 MiB)";
+  if (info.st_size > kMaxJsonFileBytes) {
+    throw ScenarioError(path + ": is " + std::to_string(info.st_size) + too_large);
+  }
+  // Read one byte more than allowed, in case the file grew since fstat.
+  std::string content(static_cast<std::size_t>(kMaxJsonFileBytes) + 1, '\0');
+  if (static_cast<std::size_t>(info.st_size) < content.size() - 1) {
+    content.resize(static_cast<std::size_t>(info.st_size) + 1);
+  }
+  std::size_t have = 0;
+  while (have < content.size()) {
+    const ssize_t got = read(fd, &content[have], content.size() - have);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) throw ScenarioError(path + ": cannot read the file: " + std::strerror(errno));
+    if (got == 0) break;
+    have += static_cast<std::size_t>(got);
+  }
+  if (have > static_cast<std::size_t>(kMaxJsonFileBytes)) {
+    throw ScenarioError(path + ": is more than " + std::to_string(kMaxJsonFileBytes) + too_large);
+  }
+  content.resize(have);
+  return ParseJsonText(content, path);
 }
 
 Scenario LoadScenario(const std::string& path) {
@@ -310,34 +442,36 @@ Scenario LoadScenario(const std::string& path) {
   Scenario scenario;
   scenario.path = path;
   for (const auto& member : doc->GetObject()) {
-    const std::string key = member.name.GetString();
+    const std::string key = Name(member.name);
     const rapidjson::Value& value = member.value;
     if (key == "description") {
       if (!value.IsString()) throw ScenarioError(path + ": \"description\" needs a text");
-      scenario.description = value.GetString();
+      scenario.description = Name(value);
     } else if (key == "node") {
       if (!value.IsString()) throw ScenarioError(path + ": \"node\" needs a node ID");
-      scenario.node_id = value.GetString();
+      scenario.node_id = Name(value);
     } else if (key == "config") {
       if (scenario.config)
         throw ScenarioError(path + ": give \"config\" or \"config_file\", not both");
-      scenario.config = Copy(value);
+      scenario.config = std::make_shared<rapidjson::Document>();
+      scenario.config->CopyFrom(value, scenario.config->GetAllocator());
     } else if (key == "config_file") {
       if (scenario.config)
         throw ScenarioError(path + ": give \"config\" or \"config_file\", not both");
       if (!value.IsString()) throw ScenarioError(path + ": \"config_file\" needs a file name");
-      const std::string file = value.GetString();
+      const std::string file = Name(value);
       scenario.config = ReadJsonFile(file.rfind('/', 0) == 0 ? file : Folder(path) + "/" + file);
     } else if (key == "steps") {
       if (!value.IsArray()) throw ScenarioError(path + ": \"steps\" must be a list");
       int number = 0;
+      scenario.steps.reserve(value.Size());
       for (const auto& item : value.GetArray()) {
         ++number;
         scenario.steps.push_back(
             ParseStep(item, number, path + ": step " + std::to_string(number)));
       }
     } else {
-      throw ScenarioError(path + ": unknown member \"" + key +
+      throw ScenarioError(path + ": unknown member \"" + Printable(key) +
                           "\" (a scenario has description, node, config or config_file, steps)");
     }
   }

@@ -3,6 +3,12 @@
 // A scenario names the node's configuration and a list of steps (see
 // docs/kivrun.md). LoadScenario checks the whole file before anything runs:
 // every error names the file and, inside "steps", the step number (from 1).
+//
+// A file is read only when it is a regular file of at most kMaxJsonFileBytes,
+// and parsed only when its lists and objects nest at most kMaxJsonDepth deep
+// (checked by a first pass that keeps no document), so nothing later walks or
+// copies a deeper document. Steps are kept compact: the JSON values a step
+// carries are kept as their minified text and parsed when the step plays.
 #ifndef LASERCALI_TOOLS_KIVRUN_SCENARIO_H_
 #define LASERCALI_TOOLS_KIVRUN_SCENARIO_H_
 
@@ -21,12 +27,43 @@ class ScenarioError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// Limits of what kivrun reads (docs/kivrun.md).
+inline constexpr int64_t kMaxJsonFileBytes = 16 * 1024 * 1024;  // scenario, configuration
+inline constexpr int kMaxJsonDepth = 64;  // lists and objects inside each other
+
+// Ranges of the time values and counts of a step (docs/kivrun.md).
+inline constexpr int64_t kMaxAdvanceUs = 3600LL * 1000 * 1000;  // one hour of main loop time
+inline constexpr int64_t kMaxDelayMs = 3600LL * 1000;           // a responder's delay: one hour
+inline constexpr int64_t kMaxTicks = 1000000;    // a "ticks" step; "within_ticks"; "every_ticks"
+inline constexpr int64_t kMaxRequests = 100000;  // "limit" of a repeat step
+inline constexpr int64_t kMaxRepeatTicks = 1000000;  // every_ticks x limit of a repeat step
+
+// A JSON value kept as its minified text: a few bytes instead of a document
+// with its own allocator. Absent until set.
+class JsonText {
+ public:
+  JsonText() = default;
+  static JsonText Of(const rapidjson::Value& value);
+  // `text` must be valid JSON (it comes from Of, or from a test).
+  static JsonText FromText(std::string text);
+  static JsonText EmptyObject() { return FromText("{}"); }
+
+  bool present() const { return !text_.empty(); }
+  explicit operator bool() const { return present(); }
+  const std::string& text() const { return text_; }
+  // The value as a document (null when absent).
+  rapidjson::Document Parse() const;
+
+ private:
+  std::string text_;
+};
+
 // What a "repeat" or "wait" step waits for: a publication of the node on
 // `topic` whose decoded fields include every member of `fields` (a list
 // matches the leading elements of an array field).
 struct Awaited {
   std::string topic;
-  std::shared_ptr<rapidjson::Document> fields;  // an object
+  JsonText fields;  // an object
   // The condition as a short text, for progress lines and errors.
   std::string Describe() const;
 };
@@ -36,13 +73,13 @@ struct ResponderSetting {
   enum class Mode { kAnswer, kFail, kSilent };
   std::string node;  // plane, check, ieparam, distance, laser_power
   Mode mode = Mode::kAnswer;
-  std::shared_ptr<rapidjson::Document> answer;  // fields of the answer (an object)
-  int64_t code = 0;                             // kFail: the failure code
-  bool has_needs = false;                       // "needs" given: replaces the default list
-  std::vector<std::string> needs;               // pictures the node reads
+  JsonText answer;                 // fields of the answer (an object)
+  int64_t code = 0;                // kFail: the failure code
+  bool has_needs = false;          // "needs" given: replaces the default list
+  std::vector<std::string> needs;  // pictures the node reads
   bool has_refuse = false;
   int64_t refuse = 0;        // failure code when a needed picture is missing or wrong
-  int64_t delay_us = 10000;  // how long after the request the answer comes
+  int64_t delay_us = 10000;  // how long after the request the answer comes (1 ms .. kMaxDelayMs)
 };
 
 struct Step {
@@ -64,16 +101,16 @@ struct Step {
   Kind kind = Kind::kNote;
   std::string topic;   // kSend: the topic
   std::string record;  // kSend: record type; empty = the type the node subscribed with
-  std::shared_ptr<rapidjson::Document>
-      value;           // kSend: fields; kJson: the command (null = null record); kCamera: settings
-  int64_t amount = 0;  // kAdvance: microseconds; kTicks: timer callbacks
-  bool flag = false;   // kTrace, kLogFrames
-  std::string text;    // kNote; kRepeat, kWait: the label ("" = describe the condition)
-  std::shared_ptr<Step> repeated;  // kRepeat: the send or json step to repeat
-  Awaited until;                   // kRepeat, kWait
-  int64_t every_ticks = 10;        // kRepeat: ticks between two requests
-  int64_t limit = 0;               // kRepeat: most requests; kWait: most ticks
-  ResponderSetting responder;      // kResponder
+  JsonText value;  // kSend: fields; kJson: the command (absent = null record); kCamera: settings
+  int64_t amount =
+      0;              // kAdvance: microseconds (0..kMaxAdvanceUs); kTicks: callbacks (0..kMaxTicks)
+  bool flag = false;  // kTrace, kLogFrames
+  std::string text;   // kNote; kRepeat, kWait: the label ("" = describe the condition)
+  std::shared_ptr<Step> repeated;                     // kRepeat: the send or json step to repeat
+  Awaited until;                                      // kRepeat, kWait
+  int64_t every_ticks = 10;                           // kRepeat: ticks between two requests
+  int64_t limit = 0;                                  // kRepeat: most requests; kWait: most ticks
+  std::shared_ptr<const ResponderSetting> responder;  // kResponder
 };
 
 // A tick of the "repeat" and "wait" steps: one period of the node's frame
@@ -88,9 +125,19 @@ struct Scenario {
   std::vector<Step> steps;
 };
 
-// Reads a JSON file; throws ScenarioError with the file name and the line
-// and column of a syntax error.
+// Reads a JSON file; throws ScenarioError with the file name and what is
+// wrong: not a regular file, too large, not UTF-8, nested too deep, or the
+// line and column of a syntax error.
 std::shared_ptr<rapidjson::Document> ReadJsonFile(const std::string& path);
+
+// Parses JSON text with the same checks (nesting depth, UTF-8); `name`
+// starts the error messages.
+std::shared_ptr<rapidjson::Document> ParseJsonText(const std::string& text,
+                                                   const std::string& name);
+
+// A text for messages: control characters, quotes and backslashes escaped
+// as in JSON (a NUL shows as \u0000), every other byte as it is.
+std::string Printable(const std::string& text);
 
 // Reads and checks a scenario file. A "config_file" is read relative to the
 // scenario's folder.
