@@ -7,6 +7,15 @@
 // everything written to std::cout or std::cerr into "console" events, one
 // per completed line, so console lines and publications interleave exactly
 // as they happened.
+//
+// The log is always valid UTF-8 and loses nothing. A string that is valid
+// UTF-8 is written as it is. In a string that is not, each byte that does
+// not belong to a well-formed UTF-8 sequence is written as U+FFFD, and the
+// event gets a last member "bytes_hex": an object whose keys are the JSON
+// Pointers (RFC 6901) of those strings within the event and whose values
+// are the strings' exact bytes in hexadecimal. A member name that is not
+// valid UTF-8 is treated the same way; its key is "name:" and the pointer
+// of the member (as written).
 #ifndef LASERCALI_TOOLS_KIVRUN_EVENT_LOG_H_
 #define LASERCALI_TOOLS_KIVRUN_EVENT_LOG_H_
 
@@ -22,6 +31,9 @@ namespace kivrun {
 
 class EventLog {
  public:
+  // The member that carries the exact bytes of strings that are not UTF-8.
+  static constexpr char kBytesHex[] = "bytes_hex";
+
   explicit EventLog(std::ostream& out) : out_(out) {}
 
   // The clock stamped into "t".
