@@ -3,8 +3,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -12,6 +12,7 @@
 
 #include "platform/sandbox/private_tmp.h"
 #include "tools/command_line.h"
+#include "tools/kivrun/output_file.h"
 #include "tools/kivrun/progress.h"
 #include "tools/kivrun/runner.h"
 #include "tools/kivrun/scenario.h"
@@ -61,10 +62,10 @@ may be shortened to any prefix that names only it ("--con" for --config);
 
 exit codes: 0 the scenario ran to its end; 1 the scenario is wrong (the
 message names the file and the step); 2 bad command line, or the log, the
-trace, the report or the pictures could not be written; 3 the plug-in could
-not be loaded or the node could not be built; 4 a "repeat" or "wait" step
-did not get its answer within its limit (the message says what came
-instead); 6 --private-tmp could not be had (the message says why).
+trace, standard output, the report or the pictures could not be written; 3
+the plug-in could not be loaded or the node could not be built; 4 a "repeat"
+or "wait" step did not get its answer within its limit (the message says
+what came instead); 6 --private-tmp could not be had (the message says why).
 
 The scenario format and the event log are described in docs/kivrun.md.
 )";
@@ -119,10 +120,17 @@ int UsageError(const std::string& message) {
   return kivrun::kUsageError;
 }
 
-// An output file kivrun cannot open: not a usage mistake, but the same exit code.
-int CannotWrite(const std::string& path) {
-  std::cerr << "kivrun: cannot write " << path << ": " << std::strerror(errno) << "\n";
+// An output kivrun cannot write: not a usage mistake, but the same exit code.
+int CannotWrite(const std::string& what, const std::string& reason) {
+  std::cerr << "kivrun: cannot write " << what << ": " << reason << "\n";
   return kivrun::kUsageError;
+}
+
+// After --help or --version: 0 when all of it reached standard output.
+int StdoutWritten() {
+  std::cout.flush();
+  if (std::fflush(stdout) == 0 && std::cout && !std::ferror(stdout)) return kivrun::kOk;
+  return CannotWrite("standard output", std::strerror(errno));
 }
 
 }  // namespace
@@ -141,10 +149,10 @@ int main(int argc, char** argv) {
       switch (id) {
         case kHelp:
           std::cout << kUsage;
-          return kivrun::kOk;
+          return StdoutWritten();
         case kVersion:
           toolcli::PrintVersion(std::cout, "kivrun");
-          return kivrun::kOk;
+          return StdoutWritten();
         case kConfig:
           config_path = value;
           break;
@@ -219,7 +227,8 @@ int main(int argc, char** argv) {
   // The node's console is redirected into the log while it runs: keep the
   // terminal's streams for kivrun's own output.
   std::ostream terminal_err(std::cerr.rdbuf());
-  std::ostream terminal_out(std::cout.rdbuf());
+  kivrun::OutputFile standard_output(STDOUT_FILENO);
+  std::ostream terminal_out(&standard_output);
   if (echo) options.echo = &terminal_err;
   std::unique_ptr<kivrun::Progress> display;
   // On the wall clock a round takes its time: on a terminal, show how far it got.
@@ -230,20 +239,36 @@ int main(int argc, char** argv) {
     options.progress = display.get();
   }
 
-  std::ofstream trace_file;
+  // Every output is checked when it is closed: a full disk is an error too.
+  std::unique_ptr<kivrun::OutputFile> trace_buffer;
+  std::unique_ptr<std::ostream> trace_file;
   if (!trace_path.empty()) {
-    trace_file.open(trace_path);
-    if (!trace_file) return CannotWrite(trace_path);
-    options.trace_times = &trace_file;
+    trace_buffer = std::make_unique<kivrun::OutputFile>(trace_path);
+    if (!trace_buffer->ok()) return CannotWrite(trace_path, trace_buffer->reason());
+    trace_file = std::make_unique<std::ostream>(trace_buffer.get());
+    options.trace_times = trace_file.get();
   }
-  std::ofstream log_file;
+  std::unique_ptr<kivrun::OutputFile> log_buffer;
+  std::unique_ptr<std::ostream> log_file;
   std::ostream* log = &terminal_out;
   if (!log_path.empty()) {
-    log_file.open(log_path);
-    if (!log_file) return CannotWrite(log_path);
-    log = &log_file;
+    log_buffer = std::make_unique<kivrun::OutputFile>(log_path);
+    if (!log_buffer->ok()) return CannotWrite(log_path, log_buffer->reason());
+    log_file = std::make_unique<std::ostream>(log_buffer.get());
+    log = log_file.get();
   }
-  const int code = kivrun::RunScenario(scenario, options, *log, terminal_err);
+  int code = kivrun::RunScenario(scenario, options, *log, terminal_err);
+  const struct {
+    kivrun::OutputFile* output;
+    std::string name;
+  } outputs[] = {{log_buffer.get(), log_path},
+                 {trace_buffer.get(), trace_path},
+                 {&standard_output, "the event log to standard output"}};
+  for (const auto& output : outputs) {
+    if (output.output == nullptr || output.output->Close()) continue;
+    CannotWrite(output.name, output.output->reason());
+    if (code == kivrun::kOk) code = kivrun::kUsageError;
+  }
   if (!pictures_out.empty()) {
     int copied = 0;
     std::string reason;

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -19,9 +20,11 @@
 #include <string>
 #include <vector>
 
+#include "platform/sunxi_cam/picture_file.h"
 #include "src/caligetpic.h"
 #include "src/stripecut.h"
 #include "tools/command_line.h"
+#include "tools/kivrun/output_file.h"
 #include "tools/stripe_tool/overlay.h"
 #include "tools/version.h"
 
@@ -192,7 +195,21 @@ cv::Mat ReadPicture(const Options& options) {
   if (!std::ifstream(options.image, std::ios::binary)) {
     throw std::runtime_error("cannot open '" + options.image + "': " + std::strerror(errno));
   }
-  cv::Mat picture = cv::imread(options.image, cv::IMREAD_UNCHANGED);
+  // A header that claims more than the cut can take is refused unread.
+  const std::string claim = sunxi_cam::sim::PictureTooLarge(options.image, kivplugcali::kStripeCols,
+                                                            kivplugcali::kStripeRows);
+  if (!claim.empty()) {
+    throw std::runtime_error("'" + options.image + "' is " + claim +
+                             "; the stripe cut needs 640 x 480 with one 8-bit channel");
+  }
+  cv::Mat picture;
+  try {
+    picture = cv::imread(options.image, cv::IMREAD_UNCHANGED);
+  } catch (const cv::Exception&) {
+    // The decoder's own text does not name the file.
+    throw std::runtime_error("cannot decode the picture in '" + options.image +
+                             "': the file is damaged, or not a picture");
+  }
   if (picture.empty()) {
     throw std::runtime_error("cannot read a picture from '" + options.image + "'");
   }
@@ -361,17 +378,39 @@ void PrintText(const Report& report, const StripeCut& cut, const Options& option
             << "\n";
 }
 
+// Encodes the picture in the format its file name asks for and writes it;
+// every write is checked, so a full disk is reported, not a short file.
 void Write(const std::string& path, const cv::Mat& picture, const char* what) {
-  bool written = false;
+  const std::string where = std::string("cannot write the ") + what + " to '" + path + "': ";
+  const std::size_t dot = path.rfind('.');
+  if (dot == std::string::npos || path.find('/', dot) != std::string::npos) {
+    throw std::runtime_error(where +
+                             "the file name has no extension (.png, .bmp, ...) to choose "
+                             "the picture format");
+  }
+  std::vector<uchar> bytes;
+  bool encoded = false;
   try {
-    written = cv::imwrite(path, picture);
-  } catch (const cv::Exception& e) {
-    throw std::runtime_error(std::string("cannot write the ") + what + " to '" + path +
-                             "': " + e.what());
+    encoded = cv::imencode(path.substr(dot), picture, bytes);
+  } catch (const cv::Exception&) {
+    encoded = false;
   }
-  if (!written) {
-    throw std::runtime_error(std::string("cannot write the ") + what + " to '" + path + "'");
+  if (!encoded) {
+    throw std::runtime_error(where + "no picture format for the extension '" + path.substr(dot) +
+                             "'");
   }
+  std::string reason;
+  if (!kivrun::WriteWholeFile(path, bytes.data(), bytes.size(), &reason)) {
+    throw std::runtime_error(where + reason);
+  }
+}
+
+// After the report, help or version: every byte must have reached standard output.
+int StdoutWritten(int code) {
+  std::cout.flush();
+  if (std::fflush(stdout) == 0 && std::cout && !std::ferror(stdout)) return code;
+  std::cerr << "stripe-inspect: cannot write standard output: " << std::strerror(errno) << "\n";
+  return 1;
 }
 
 int Run(const Options& options) {
@@ -415,14 +454,14 @@ int main(int argc, char** argv) {
   }
   if (!options) {
     std::cout << kUsage;
-    return 0;
+    return StdoutWritten(0);
   }
   if (options->version) {
     toolcli::PrintVersion(std::cout, "stripe-inspect");
-    return 0;
+    return StdoutWritten(0);
   }
   try {
-    return Run(*options);
+    return StdoutWritten(Run(*options));
   } catch (const std::exception& e) {
     std::cerr << "stripe-inspect: " << e.what() << "\n";
     return 1;
