@@ -13,7 +13,10 @@
 // 638, of the input and zeros elsewhere. Otherwise the result is 2.
 //
 // CutStripe reads only the picture and writes only *cut: no files, no console,
-// no globals. KivNode_caligetpic::pic_carveup wraps it with the picture files
+// no globals. It reads the picture sixteen pixels at a time (src/simd16.h:
+// SSE2 on x86-64, NEON on ARM); tests/support/stripecut_reference.cpp keeps
+// the same rules a pixel at a time, and the differential test holds the two
+// to the same result, bit for bit. KivNode_caligetpic::pic_carveup wraps it with the picture files
 // and console lines of the node. A StripeCut can be reused across calls; its
 // buffers keep their capacity, so repeated cuts allocate nothing.
 #ifndef LASERCALI_SRC_STRIPECUT_H_

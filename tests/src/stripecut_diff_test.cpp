@@ -4,7 +4,7 @@
 //
 // Random pictures come from one run seed, printed at the start; to replay a
 // run, set LASERCALI_STRIPECUT_SEED to it. LASERCALI_STRIPECUT_PICTURES sets
-// how many pictures (default 10000; 1500 when LASERCALI_EMULATED is set, as
+// how many pictures (default 10000; 2500 when LASERCALI_EMULATED is set, as
 // ctest sets it in cross builds, where every test runs under an emulator).
 #include <gtest/gtest.h>
 
@@ -31,7 +31,7 @@ using kivplugcali::StripeCutStop;
 
 constexpr uint64_t kDefaultSeed = 20240611;
 constexpr long kDefaultPictures = 10000;
-constexpr long kEmulatedPictures = 1500;
+constexpr long kEmulatedPictures = 2500;
 
 // The walks: the left laser's, the right laser's, and other modes, which walk
 // from the right too.
