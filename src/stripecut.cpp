@@ -3,8 +3,8 @@
 // The rules are those of stripecut.h. tests/support/stripecut_reference.cpp
 // states them plainly, a pixel and a point at a time; this version applies
 // them sixteen columns at a time (simd16.h) and must give the same StripeCut,
-// bit for bit, on every picture: tests/src/stripecut_diff_test.cpp compares
-// the two.
+// bit for bit, on every picture: tests/src/stripecut_diff_test.cpp and the
+// fuzz target tests/fuzz/stripecut_diff_fuzz.cpp compare the two.
 #include "src/stripecut.h"
 
 #include <algorithm>

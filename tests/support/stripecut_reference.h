@@ -4,8 +4,8 @@
 //
 // stripecut_reference::CutStripe takes the same picture and mode and fills the
 // same StripeCut as kivplugcali::CutStripe (src/stripecut.h documents both);
-// the differential test compares the two field by field. It is written for
-// reading, not for speed.
+// the differential test and the fuzz target (tests/fuzz/) compare the two
+// field by field. It is written for reading, not for speed.
 #ifndef LASERCALI_TESTS_SUPPORT_STRIPECUT_REFERENCE_H_
 #define LASERCALI_TESTS_SUPPORT_STRIPECUT_REFERENCE_H_
 
