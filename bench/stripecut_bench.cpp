@@ -2,13 +2,24 @@
 //
 // The node copies each 640 x 480 brightness plane once (307200 bytes) before
 // it cuts it; that copy is the floor any pass over the picture is measured
-// against. Every cut benchmark reports "x_copy", its CPU time in frame copies.
+// against. Every cut benchmark reports "x_copy", its CPU time in frame copies,
+// and "offset64", where the code of CutStripe starts modulo 64 bytes.
+//
+// The cut is timed as this program links it (the stripe cut library, like the
+// plug-in) and, in the *_Placed/N benchmarks, in the modules
+// stripecut_placed_N (stripecut_placed.cpp), which hold the same object code
+// N bytes further along a 64-byte line, as far as its alignment lets them:
+// the placement must not change the speed.
 #include <benchmark/benchmark.h>
+#include <dlfcn.h>
 
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <cstring>
+#include <map>
 #include <opencv2/core.hpp>
+#include <string>
 #include <vector>
 
 #include "src/stripecut.h"
@@ -56,19 +67,44 @@ void BM_CopyFrame(benchmark::State& state) {
 }
 BENCHMARK(BM_CopyFrame);
 
-// Cuts `picture` over and over into one reused result, as a caller that keeps
-// its StripeCut does: no allocation after the first call.
-void RunCut(benchmark::State& state, const cv::Mat& picture, int expected_result) {
+using CutFunction = void (*)(const cv::Mat&, int, kivplugcali::StripeCut*);
+
+// The cut in module stripecut_placed_<pad>, loaded once; null when it cannot
+// be loaded.
+CutFunction PlacedCut(int pad) {
+  static std::map<int, CutFunction> loaded;
+  const auto found = loaded.find(pad);
+  if (found != loaded.end()) return found->second;
+  const std::string path = std::string(LASERCALI_PLACED_MODULE_DIR) + "/libstripecut_placed_" +
+                           std::to_string(pad) + ".so";
+  CutFunction cut = nullptr;
+  if (void* module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)) {
+    if (const void* symbol = dlsym(module, "lasercali_placed_cut")) {
+      cut = *static_cast<const CutFunction*>(symbol);
+    }
+  }
+  loaded[pad] = cut;
+  return cut;
+}
+
+// Cuts `picture` with `cut` over and over into one reused result, as a caller
+// that keeps its StripeCut does: no allocation after the first call.
+void RunCut(benchmark::State& state, const cv::Mat& picture, int expected_result,
+            CutFunction cut_stripe = &kivplugcali::CutStripe) {
+  if (cut_stripe == nullptr) {
+    state.SkipWithError("the placed module could not be loaded");
+    return;
+  }
   const double copy = FrameCopySeconds();
   kivplugcali::StripeCut cut;
-  kivplugcali::CutStripe(picture, kivplugcali::kStripeWalkLeft, &cut);
+  cut_stripe(picture, kivplugcali::kStripeWalkLeft, &cut);
   if (cut.result != expected_result) {
     state.SkipWithError("the picture does not give the expected result");
     return;
   }
   const double start = ThreadSeconds();
   for (auto _ : state) {
-    kivplugcali::CutStripe(picture, kivplugcali::kStripeWalkLeft, &cut);
+    cut_stripe(picture, kivplugcali::kStripeWalkLeft, &cut);
     benchmark::DoNotOptimize(cut.result);
     benchmark::ClobberMemory();
   }
@@ -76,6 +112,7 @@ void RunCut(benchmark::State& state, const cv::Mat& picture, int expected_result
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * kFrameBytes);
   state.counters["points"] = static_cast<double>(cut.points.size());
   state.counters["x_copy"] = benchmark::Counter(took / copy, benchmark::Counter::kAvgIterations);
+  state.counters["offset64"] = static_cast<double>(reinterpret_cast<uintptr_t>(cut_stripe) % 64);
 }
 
 void BM_CutStripe_CleanBent(benchmark::State& state) {
@@ -95,6 +132,28 @@ BENCHMARK(BM_CutStripe_TwoStripes);
 
 void BM_CutStripe_Empty(benchmark::State& state) { RunCut(state, testsupport::EmptyPicture(), 2); }
 BENCHMARK(BM_CutStripe_Empty);
+
+// The same pictures with the cut placed N bytes after a 64-byte boundary.
+void BM_CutStripe_CleanBent_Placed(benchmark::State& state) {
+  RunCut(state, testsupport::BentStripePicture(), 0, PlacedCut(static_cast<int>(state.range(0))));
+}
+BENCHMARK(BM_CutStripe_CleanBent_Placed)->Arg(0)->Arg(16)->Arg(32)->Arg(48);
+
+void BM_CutStripe_NoisyBent_Placed(benchmark::State& state) {
+  RunCut(state, testsupport::NoisyBentStripePicture(), 0,
+         PlacedCut(static_cast<int>(state.range(0))));
+}
+BENCHMARK(BM_CutStripe_NoisyBent_Placed)->Arg(0)->Arg(16)->Arg(32)->Arg(48);
+
+void BM_CutStripe_TwoStripes_Placed(benchmark::State& state) {
+  RunCut(state, testsupport::TwoStripePicture(), 1, PlacedCut(static_cast<int>(state.range(0))));
+}
+BENCHMARK(BM_CutStripe_TwoStripes_Placed)->Arg(0)->Arg(16)->Arg(32)->Arg(48);
+
+void BM_CutStripe_Empty_Placed(benchmark::State& state) {
+  RunCut(state, testsupport::EmptyPicture(), 2, PlacedCut(static_cast<int>(state.range(0))));
+}
+BENCHMARK(BM_CutStripe_Empty_Placed)->Arg(0)->Arg(16)->Arg(32)->Arg(48);
 
 // The same cut with a fresh result each time, as the node's wrapper makes
 // one per call: the point list and the cut picture are allocated anew.
