@@ -6,6 +6,7 @@
 #include <functional>
 #include <iostream>
 #include <opencv2/imgcodecs.hpp>
+#include <string>
 
 #include "framework/kiv_timer.h"
 #include "src/stripecut.h"
@@ -58,7 +59,7 @@ int32_t camera_fd = 0;
 namespace {
 
 // Name of the frame timer: the trace tag of the place that starts it.
-constexpr const char* kFrameTimerName = "src/caligetpic_310";
+const std::string kFrameTimerName = "src/caligetpic_310";
 // Bytes of the luminance plane at the front of every 640 x 480 NV21 frame.
 constexpr std::size_t kLumaBytes = 640 * 480;
 

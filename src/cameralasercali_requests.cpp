@@ -28,25 +28,27 @@ namespace kivplugcali {
 
 namespace {
 
-// Trace tags of the publishing call sites.
-constexpr char kTagPlaneRequest[] = "src/cameralasercali_377";
-constexpr char kTagIEparamRequest[] = "src/cameralasercali_407";
-constexpr char kTagDistanceCheckRequest[] = "src/cameralasercali_438";
-constexpr char kTagAppClosed[] = "src/cameralasercali_479";
-constexpr char kTagAppLaserPowerCheck[] = "src/cameralasercali_500";
-constexpr char kTagAppOpening[] = "src/cameralasercali_510";
-constexpr char kTagAppOpened[] = "src/cameralasercali_515";
-constexpr char kTagFactoryClosedOpen[] = "src/cameralasercali_640";
-constexpr char kTagFactoryClosedIdle[] = "src/cameralasercali_648";
-constexpr char kTagFactoryOpening[] = "src/cameralasercali_663";
-constexpr char kTagFactoryOpened[] = "src/cameralasercali_669";
-constexpr char kTagFactoryChessboardFailed[] = "src/cameralasercali_683";
-constexpr char kTagFactoryCalibrationFailed[] = "src/cameralasercali_702";
-constexpr char kTagFactoryDistanceRefused[] = "src/cameralasercali_708";
-constexpr char kTagFactoryDistanceAccepted[] = "src/cameralasercali_745";
-constexpr char kTagJsonClosedBeforeOpen[] = "src/cameralasercali_777";
-constexpr char kTagJsonOpened[] = "src/cameralasercali_785";
-constexpr char kTagJsonClosedBeforeClose[] = "src/cameralasercali_800";
+// Trace tags of the publishing call sites, made once: publishWithLine takes
+// a const std::string&, and a literal would make a new string (on the heap,
+// for these are longer than the short-string buffer) at every publication.
+const std::string kTagPlaneRequest = "src/cameralasercali_377";
+const std::string kTagIEparamRequest = "src/cameralasercali_407";
+const std::string kTagDistanceCheckRequest = "src/cameralasercali_438";
+const std::string kTagAppClosed = "src/cameralasercali_479";
+const std::string kTagAppLaserPowerCheck = "src/cameralasercali_500";
+const std::string kTagAppOpening = "src/cameralasercali_510";
+const std::string kTagAppOpened = "src/cameralasercali_515";
+const std::string kTagFactoryClosedOpen = "src/cameralasercali_640";
+const std::string kTagFactoryClosedIdle = "src/cameralasercali_648";
+const std::string kTagFactoryOpening = "src/cameralasercali_663";
+const std::string kTagFactoryOpened = "src/cameralasercali_669";
+const std::string kTagFactoryChessboardFailed = "src/cameralasercali_683";
+const std::string kTagFactoryCalibrationFailed = "src/cameralasercali_702";
+const std::string kTagFactoryDistanceRefused = "src/cameralasercali_708";
+const std::string kTagFactoryDistanceAccepted = "src/cameralasercali_745";
+const std::string kTagJsonClosedBeforeOpen = "src/cameralasercali_777";
+const std::string kTagJsonOpened = "src/cameralasercali_785";
+const std::string kTagJsonClosedBeforeClose = "src/cameralasercali_800";
 
 // Request values with a meaning of their own.
 constexpr uint16_t kResetValue = 0x1111;
@@ -145,7 +147,7 @@ void WriteOpenFailure(Record& record, OpenFailure failure) {
   }
 }
 
-const char* FactoryOpenFailureTag(OpenFailure failure) {
+const std::string& FactoryOpenFailureTag(OpenFailure failure) {
   switch (failure) {
     case OpenFailure::kChessboard:
       return kTagFactoryChessboardFailed;

@@ -22,16 +22,18 @@ namespace kivplugcali {
 
 namespace {
 
-// Trace tags of the publishing call sites.
-constexpr char kTagAppDistance[] = "src/cameralasercali_126";
-constexpr char kTagAppIEparam[] = "src/cameralasercali_138";
-constexpr char kTagAppPlaneCheck[] = "src/cameralasercali_159";
-constexpr char kTagDistanceResponse[] = "src/cameralasercali_189";
-constexpr char kTagLaserPower[] = "src/cameralasercali_204";
-constexpr char kTagIEparamResult[] = "src/cameralasercali_218";
-constexpr char kTagCheckRequest[] = "src/cameralasercali_282";
-constexpr char kTagPlaneFailure[] = "src/cameralasercali_303";
-constexpr char kTagCheckResult[] = "src/cameralasercali_343";
+// Trace tags of the publishing call sites, made once: publishWithLine takes
+// a const std::string&, and a literal would make a new string (on the heap,
+// for these are longer than the short-string buffer) at every publication.
+const std::string kTagAppDistance = "src/cameralasercali_126";
+const std::string kTagAppIEparam = "src/cameralasercali_138";
+const std::string kTagAppPlaneCheck = "src/cameralasercali_159";
+const std::string kTagDistanceResponse = "src/cameralasercali_189";
+const std::string kTagLaserPower = "src/cameralasercali_204";
+const std::string kTagIEparamResult = "src/cameralasercali_218";
+const std::string kTagCheckRequest = "src/cameralasercali_282";
+const std::string kTagPlaneFailure = "src/cameralasercali_303";
+const std::string kTagCheckResult = "src/cameralasercali_343";
 
 // The plane calibration node's answer.
 constexpr uint8_t kPlaneResultKind = 2;
@@ -72,7 +74,7 @@ class StateText {
 };
 
 void PublishState(kiv::Publisher<kiv_msg_laser_state>& publisher, const std::string& text,
-                  const char* tag) {
+                  const std::string& tag) {
   kiv_msg_laser_state state;
   state.text = text;
   publisher.publishWithLine(&state, tag);
