@@ -20,31 +20,16 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/program_run.h"
 #include "tests/support/stripe_pictures.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-struct ProgramRun {
-  int status = -1;
-  std::string out;
-  std::vector<std::string> err;  // lines
-};
-
-std::string ReadFile(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
-std::vector<std::string> Lines(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) lines.push_back(line);
-  return lines;
-}
+using testsupport::Lines;
+using testsupport::ProgramRun;
+using testsupport::ReadFile;
 
 // A BMP header (no pixels) that claims `width` x `height`, 8 bits a pixel.
 std::string BmpHeader(int32_t width, int32_t height) {

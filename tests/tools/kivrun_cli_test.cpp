@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "lasercali_version.h"
+#include "tests/support/program_run.h"
 
 namespace {
 
@@ -25,25 +26,9 @@ namespace fs = std::filesystem;
 
 const char kHint[] = "Try 'kivrun --help' for usage.";
 
-struct KivrunRun {
-  int status = -1;
-  std::string out;
-  std::vector<std::string> err;  // lines
-};
-
-std::string ReadFile(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
-std::vector<std::string> Lines(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) lines.push_back(line);
-  return lines;
-}
+using KivrunRun = testsupport::ProgramRun;
+using testsupport::Lines;
+using testsupport::ReadFile;
 
 class KivrunCliTest : public ::testing::Test {
  protected:
