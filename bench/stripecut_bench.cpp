@@ -37,22 +37,33 @@ double ThreadSeconds() {
   return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
 }
 
-// CPU seconds to copy one frame, the best of several rounds. Measured again
-// before each cut benchmark, so that both see the same machine.
+// CPU seconds to copy one frame. How fast a copy runs depends on where its
+// buffers lie (by up to a quarter on the measured machine), so this copies
+// between five pairs of fresh buffers, takes the best of several rounds for
+// each, and returns the median of the five. Measured again before each cut
+// benchmark, so that both see the same machine.
 double FrameCopySeconds() {
-  std::vector<uint8_t> frame(kFrameBytes, 7);
-  cv::Mat picture = cv::Mat::zeros(480, 640, CV_8UC1);
-  double best = 1e9;
-  for (int round = 0; round < 20; ++round) {
-    constexpr int kCopies = 200;
-    const double start = ThreadSeconds();
-    for (int i = 0; i < kCopies; ++i) {
-      std::memcpy(picture.data, frame.data(), kFrameBytes);
-      benchmark::ClobberMemory();
+  constexpr int kPairs = 5;
+  std::vector<std::vector<uint8_t>> frames;
+  std::vector<cv::Mat> pictures;
+  std::vector<double> seconds;
+  for (int pair = 0; pair < kPairs; ++pair) {
+    frames.emplace_back(kFrameBytes, 7);
+    pictures.push_back(cv::Mat::zeros(480, 640, CV_8UC1));
+    double best = 1e9;
+    for (int round = 0; round < 5; ++round) {
+      constexpr int kCopies = 100;
+      const double start = ThreadSeconds();
+      for (int i = 0; i < kCopies; ++i) {
+        std::memcpy(pictures.back().data, frames.back().data(), kFrameBytes);
+        benchmark::ClobberMemory();
+      }
+      best = std::min(best, (ThreadSeconds() - start) / kCopies);
     }
-    best = std::min(best, (ThreadSeconds() - start) / kCopies);
+    seconds.push_back(best);
   }
-  return best;
+  std::nth_element(seconds.begin(), seconds.begin() + kPairs / 2, seconds.end());
+  return seconds[kPairs / 2];
 }
 
 void BM_CopyFrame(benchmark::State& state) {
