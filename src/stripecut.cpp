@@ -239,9 +239,10 @@ simd16::Floats PointPair(const StripePoint* first) {
 // side) agree with it: no more than 10 rows and 3 columns away. Two points
 // at a time, x, y, x, y: a point agrees when both its lanes are near enough;
 // each agreeing point then counts in both of its lanes. The floats are the
-// same as in the plain rule: the differences are exact IEEE subtractions,
-// and none is subnormal (which NEON on 32-bit ARM would flush to zero), for
-// centres lie in columns 2 to 638 and rows are whole numbers.
+// same as in the plain rule: the same IEEE single subtractions, absolute
+// values and compares, and no difference is subnormal (which NEON on 32-bit
+// ARM would flush to zero), for centres lie in columns 2 to 638 and rows are
+// whole numbers.
 bool AgreesWithNeighbours(const std::vector<StripePoint>& pts, int i) {
   const StripePoint& pt = pts[i];
   const simd16::Floats centre = {pt.x, pt.y, pt.x, pt.y};
