@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -97,8 +98,8 @@ TEST(MainLoopTest, TimeArithmeticSaturatesAtTheEndOfTheClock) {
   std::vector<int64_t> frames, late;
   // A camera opened now: its frame timer runs until its next run would pass the end.
   loop.AddTimer([&] { frames.push_back(loop.Now()); }, 4, 4, "frame");
-  // Due past the end: due at the end.
-  loop.AddTimer([&] { late.push_back(loop.Now()); }, kEnd, 0, "late");
+  // Due past the end (the longest delay a timer takes, 32 or 64 bits): due at the end.
+  loop.AddTimer([&] { late.push_back(loop.Now()); }, std::numeric_limits<long>::max(), 0, "late");
   loop.Advance(kEnd);  // past the end: to the end
   EXPECT_EQ(loop.Now(), kEnd);
   EXPECT_EQ(frames, (std::vector<int64_t>{kEnd - 6, kEnd - 2}));
