@@ -195,7 +195,7 @@ cv::Mat LoadImageFile(const std::string& path, const std::string& member) {
     throw std::invalid_argument(where + "is larger than " + std::to_string(kMaxImageFileBytes) +
                                 " bytes (16 MiB)");
   }
-  const std::string claim = PictureTooLarge(path, kWidth, kHeight);
+  const std::string claim = PictureHeaderProblem(path, kWidth, kHeight);
   if (!claim.empty()) {
     throw std::invalid_argument(where + "is " + claim +
                                 "; the camera needs 640 x 480 with one 8-bit channel (grayscale)");

@@ -5,7 +5,7 @@
 // would make the decoder give up with a text of its own; looking at the
 // header first lets the caller say in plain words what is wrong, and spares
 // decoding a picture that could never be used. BMP and PNG headers are read;
-// for other formats the header is not known.
+// pictures in other formats are not read at all.
 #ifndef LASERCALI_PLATFORM_SUNXI_CAM_PICTURE_FILE_H_
 #define LASERCALI_PLATFORM_SUNXI_CAM_PICTURE_FILE_H_
 
@@ -55,13 +55,17 @@ inline PictureHeader PeekPictureHeader(const std::string& path) {
   return header;
 }
 
-// "" unless the header claims more than `width` x `height` (wider or
-// higher); else what it claims, in words ("a BMP picture whose header
-// claims 100000 x 100000 pixels"). Such a picture is never decoded: it could
-// not be used, and decoding it could take gigabytes.
-inline std::string PictureTooLarge(const std::string& path, int64_t width, int64_t height) {
+// "" when the file is a BMP or PNG picture whose header claims at most
+// `width` x `height` pixels; else what it is, in words that follow "is":
+// "a BMP picture whose header claims 100000 x 100000 pixels", "not a BMP or
+// PNG picture". Only such pictures are ever decoded. A larger one could not
+// be used, and decoding it could take gigabytes; the decoders of other
+// formats allocate whatever their header claims before anything here could
+// look at it, so those are refused unread.
+inline std::string PictureHeaderProblem(const std::string& path, int64_t width, int64_t height) {
   const PictureHeader header = PeekPictureHeader(path);
-  if (header.format.empty() || (header.width <= width && header.height <= height)) return "";
+  if (header.format.empty()) return "not a BMP or PNG picture";
+  if (header.width <= width && header.height <= height) return "";
   return "a " + header.format + " picture whose header claims " + std::to_string(header.width) +
          " x " + std::to_string(header.height) + " pixels";
 }

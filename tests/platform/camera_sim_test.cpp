@@ -504,8 +504,9 @@ TEST_F(CameraSimTest, OtherImagesAreRefusedWithAClearMessage) {
   EXPECT_EQ(Refusal(deep), "camera sim: images.right: image file '" + deep +
                                "' is 640 x 480 with 1 channel(s) of 16 bits; the camera needs "
                                "640 x 480 with one 8-bit channel (grayscale)");
-  EXPECT_EQ(Refusal(text),
-            "camera sim: images.right: image file '" + text + "' cannot be read as an image");
+  EXPECT_EQ(Refusal(text), "camera sim: images.right: image file '" + text +
+                               "' is not a BMP or PNG picture; the camera needs 640 x 480 with "
+                               "one 8-bit channel (grayscale)");
   EXPECT_EQ(Refusal(TempDir() + "/missing.png"),
             "camera sim: images.right: image file '" + TempDir() +
                 "/missing.png' does not exist or is not a file");

@@ -202,7 +202,13 @@ TEST_F(StripeInspectTest, WrongSizeAndUnreadablePicturesFail) {
   std::ofstream(dir_ / "text.png") << "not a picture";
   const ToolRun text = Inspect((dir_ / "text.png").string());
   EXPECT_EQ(text.status, 1);
-  EXPECT_NE(text.err.find("cannot read a picture"), std::string::npos) << text.err;
+  EXPECT_NE(text.err.find("is not a BMP or PNG picture"), std::string::npos) << text.err;
+
+  // A picture the decoders could read, in another format, is refused unread.
+  ASSERT_TRUE(cv::imwrite((dir_ / "good.jpg").string(), cv::Mat(480, 640, CV_8UC1, cv::Scalar(9))));
+  const ToolRun jpeg = Inspect((dir_ / "good.jpg").string());
+  EXPECT_EQ(jpeg.status, 1);
+  EXPECT_NE(jpeg.err.find("good.jpg' is not a BMP or PNG picture"), std::string::npos) << jpeg.err;
 }
 
 // The first line of standard error, without its newline.

@@ -313,7 +313,7 @@ TEST_F(ReportTest, UnreadableFileIsReportedNotThrown) {
   input.pictures = {Entry(junk.string(), "junk", false), Entry(dir_.string(), "folder", true)};
   EXPECT_NO_THROW(kivrun::WriteReport((dir_ / "out").string(), input));
   const std::string summary = ReadFile(dir_ / "out" / "report.md");
-  EXPECT_NE(summary.find("cannot read: not a picture"), std::string::npos) << summary;
+  EXPECT_NE(summary.find("cannot read: not a BMP or PNG picture"), std::string::npos) << summary;
   EXPECT_NE(summary.find("cannot read: not a file"), std::string::npos) << summary;
 }
 

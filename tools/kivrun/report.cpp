@@ -15,6 +15,7 @@
 #include <system_error>
 #include <vector>
 
+#include "platform/sunxi_cam/picture_file.h"
 #include "src/stripecut.h"
 #include "tools/kivrun/report_layout.h"
 #include "tools/stripe_tool/overlay.h"
@@ -112,12 +113,23 @@ void Text(cv::Mat& sheet, const std::string& text, cv::Point at, double scale,
   cv::putText(sheet, text, at, kFont, scale, colour, thickness, cv::LINE_AA);
 }
 
+// The largest picture the report reads: the node's pictures are 640 x 480.
+constexpr int64_t kMaxPictureSide = 4096;
+constexpr std::uintmax_t kMaxPictureBytes = 16 * 1024 * 1024;
+
 // Why a file cannot be read as a picture, or "" with *picture filled in.
 std::string ReadPicture(const std::string& path, cv::Mat* picture) {
   std::error_code error;
   const fs::file_status status = fs::status(path, error);
   if (!fs::exists(status)) return "no such file";
   if (!fs::is_regular_file(status)) return "not a file";
+  const std::uintmax_t size = fs::file_size(path, error);
+  if (error) return error.message();
+  if (size > kMaxPictureBytes) return "larger than 16 MiB";
+  if (size == 0) return "empty file";
+  const std::string header =
+      sunxi_cam::sim::PictureHeaderProblem(path, kMaxPictureSide, kMaxPictureSide);
+  if (!header.empty()) return header;
   std::ifstream in(path, std::ios::binary);
   if (!in) return std::strerror(errno);
   const std::vector<uchar> bytes{std::istreambuf_iterator<char>(in),

@@ -195,9 +195,10 @@ cv::Mat ReadPicture(const Options& options) {
   if (!std::ifstream(options.image, std::ios::binary)) {
     throw std::runtime_error("cannot open '" + options.image + "': " + std::strerror(errno));
   }
-  // A header that claims more than the cut can take is refused unread.
-  const std::string claim = sunxi_cam::sim::PictureTooLarge(options.image, kivplugcali::kStripeCols,
-                                                            kivplugcali::kStripeRows);
+  // A header that claims more than the cut can take, or a picture that is
+  // neither BMP nor PNG, is refused unread.
+  const std::string claim = sunxi_cam::sim::PictureHeaderProblem(
+      options.image, kivplugcali::kStripeCols, kivplugcali::kStripeRows);
   if (!claim.empty()) {
     throw std::runtime_error("'" + options.image + "' is " + claim +
                              "; the stripe cut needs 640 x 480 with one 8-bit channel");
