@@ -20,12 +20,12 @@
 #include <string>
 #include <vector>
 
-#include "platform/sunxi_cam/picture_file.h"
 #include "src/caligetpic.h"
 #include "src/stripecut.h"
 #include "tools/command_line.h"
 #include "tools/kivrun/output_file.h"
 #include "tools/stripe_tool/overlay.h"
+#include "tools/stripe_tool/picture_input.h"
 #include "tools/version.h"
 
 namespace {
@@ -167,72 +167,6 @@ std::optional<Options> ParseArgs(int argc, char** argv) {
   }
   options.image = pictures[0];
   return options;
-}
-
-std::string DepthName(int depth) {
-  switch (depth) {
-    case CV_8U:
-      return "8-bit";
-    case CV_8S:
-      return "signed 8-bit";
-    case CV_16U:
-      return "16-bit";
-    case CV_16S:
-      return "signed 16-bit";
-    case CV_32S:
-      return "32-bit integer";
-    case CV_32F:
-      return "32-bit float";
-    case CV_64F:
-      return "64-bit float";
-    default:
-      return "unusual";
-  }
-}
-
-// Reads the picture; throws std::runtime_error with the message to show.
-cv::Mat ReadPicture(const Options& options) {
-  if (!std::ifstream(options.image, std::ios::binary)) {
-    throw std::runtime_error("cannot open '" + options.image + "': " + std::strerror(errno));
-  }
-  // A header that claims more than the cut can take, or a picture that is
-  // neither BMP nor PNG, is refused unread.
-  const std::string claim = sunxi_cam::sim::PictureHeaderProblem(
-      options.image, kivplugcali::kStripeCols, kivplugcali::kStripeRows);
-  if (!claim.empty()) {
-    throw std::runtime_error("'" + options.image + "' is " + claim +
-                             "; the stripe cut needs 640 x 480 with one 8-bit channel");
-  }
-  cv::Mat picture;
-  try {
-    picture = cv::imread(options.image, cv::IMREAD_UNCHANGED);
-  } catch (const cv::Exception&) {
-    // The decoder's own text does not name the file.
-    throw std::runtime_error("cannot decode the picture in '" + options.image +
-                             "': the file is damaged, or not a picture");
-  }
-  if (picture.empty()) {
-    throw std::runtime_error("cannot read a picture from '" + options.image + "'");
-  }
-  if (options.gray && picture.depth() == CV_8U && picture.channels() == 3) {
-    cv::cvtColor(picture, picture, cv::COLOR_BGR2GRAY);
-  } else if (options.gray && picture.depth() == CV_8U && picture.channels() == 4) {
-    cv::cvtColor(picture, picture, cv::COLOR_BGRA2GRAY);
-  }
-  if (picture.cols != kivplugcali::kStripeCols || picture.rows != kivplugcali::kStripeRows ||
-      picture.type() != CV_8UC1) {
-    std::ostringstream message;
-    message << "'" << options.image << "' is " << picture.cols << " x " << picture.rows << " with "
-            << picture.channels() << " " << DepthName(picture.depth()) << " channel"
-            << (picture.channels() == 1 ? "" : "s")
-            << "; the stripe cut needs 640 x 480 with one 8-bit channel";
-    if (picture.depth() == CV_8U && (picture.channels() == 3 || picture.channels() == 4) &&
-        !options.gray) {
-      message << " (--gray converts a colour picture)";
-    }
-    throw std::runtime_error(message.str());
-  }
-  return picture;
 }
 
 // The report, as both the text and the JSON output show it.
@@ -415,7 +349,7 @@ int StdoutWritten(int code) {
 }
 
 int Run(const Options& options) {
-  const cv::Mat picture = ReadPicture(options);
+  const cv::Mat picture = stripetool::ReadPicture(options.image, options.gray);
   StripeCut cut;
   kivplugcali::CutStripe(picture, options.mode, &cut);
   const Report report = MakeReport(cut, options);
