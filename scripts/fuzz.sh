@@ -1,56 +1,69 @@
 #!/bin/sh
-# Builds the libFuzzer targets of tests/fuzz/ with clang and runs one of them.
+# Builds the libFuzzer targets of tests/fuzz/ with clang and runs them.
 #
 # usage: scripts/fuzz.sh TARGET [SECONDS [LIBFUZZER-OPTION...]]
+#        scripts/fuzz.sh --all [SECONDS]
 #        scripts/fuzz.sh --list
 #   TARGET   a fuzz target, the name of a tests/fuzz/TARGET.cpp
-#            (e.g. stripecut_diff_fuzz)
-#   SECONDS  how long to fuzz, default 60
-#   options  passed on to the fuzzer, e.g. -jobs=2 -workers=2
-#   --list   print the targets and stop
+#            (e.g. node_commands_fuzz; --list prints them)
+#   SECONDS  how long to fuzz, default 60 (--all: 30 per target)
+#   options  passed on to the fuzzer, e.g. -jobs=2 -workers=2 -runs=1000000
+#   --all    runs every target for SECONDS, one after the other, and prints
+#            a table of executions and time per target (CI's regression run)
+#   --list   prints the targets and stops
 #
-# Installs what is missing (cmake, make, clang with its libFuzzer runtime, the
-# OpenCV core headers); configures and builds every target into build-fuzz/
-# with clang++ -fsanitize=fuzzer,address,undefined (tests/fuzz/CMakeLists.txt);
-# then runs TARGET for SECONDS. The fuzzer reads the seed corpus
-# tests/fuzz/corpus/TARGET/ (if there is one) and keeps what it finds new in
+# Installs what is missing (cmake, make, clang with its libFuzzer runtime,
+# the OpenCV and rapidjson headers); configures the project into build-fuzz/
+# with -DLASERCALI_FUZZ=ON, which builds every library the targets link with
+# clang++ -fsanitize=fuzzer-no-link,address,undefined,float-cast-overflow;
+# builds the targets; then runs TARGET for SECONDS. The fuzzer starts from
+# the seed corpus tests/fuzz/corpus/TARGET/ and the files that
+# tests/fuzz/corpus/TARGET.extra names, and keeps what it finds new in
 # build-fuzz/corpus/TARGET/, which later runs start from too. An input that
 # fails is written to build-fuzz/artifacts/TARGET/ with the fuzzer's report.
-# To run one input again: build-fuzz/TARGET FILE.
+# To run one input again: build-fuzz/tests/fuzz/TARGET FILE. The targets run
+# in a /tmp of their own (docs/fuzzing.md), so they never touch the
+# machine's pictures.
 #
-# Exit code: 0 the time ran out and nothing failed; 1 the fuzzer found an input
-# that fails (a difference it checks, a crash, a sanitizer report, a leak, a
-# timeout); 2 usage error; 3 the tools could not be installed; 4 the build
-# failed.
+# Exit code: 0 the time ran out and nothing failed; 1 the fuzzer found an
+# input that fails (a check of the target, a crash, a sanitizer report, a
+# leak, a timeout, running out of memory) or the target cannot run here;
+# 2 usage error; 3 the tools could not be installed; 4 the build failed.
 set -eu
 cd "$(dirname "$0")/.."
 
 usage() { sed -n '2,/^set/p' "$0" | grep '^#' | sed 's/^# \{0,1\}//'; }
 fail() { code=$1; shift; echo "fuzz.sh: $*" >&2; exit "$code"; }
 targets() { for f in tests/fuzz/*_fuzz.cpp; do [ -e "$f" ] && basename "$f" .cpp; done; }
-
-case "${1:-}" in
-  -h|--help) usage; exit 0 ;;
-  --list) targets; exit 0 ;;
-  "") fail 2 "which target? $(targets | tr '\n' ' ')(try --help)" ;;
-  -*) fail 2 "unknown option $1 (try --help)" ;;
-esac
-target=$1
-shift
-[ -f "tests/fuzz/$target.cpp" ] || fail 2 "no target '$target': $(targets | tr '\n' ' ')"
-seconds=60
-if [ $# -gt 0 ]; then
+whole_number() {
   case "$1" in
     ''|*[!0-9]*) fail 2 "SECONDS must be a whole number, not '$1'" ;;
   esac
+}
+
+all=0
+case "${1:-}" in
+  -h|--help) usage; exit 0 ;;
+  --list) targets; exit 0 ;;
+  --all) all=1; shift ;;
+  "") fail 2 "which target? $(targets | tr '\n' ' ')(try --help)" ;;
+  -*) fail 2 "unknown option $1 (try --help)" ;;
+  *) target=$1; shift
+     [ -f "tests/fuzz/$target.cpp" ] || fail 2 "no target '$target': $(targets | tr '\n' ' ')" ;;
+esac
+seconds=60
+[ "$all" -eq 1 ] && seconds=30
+if [ $# -gt 0 ]; then
+  whole_number "$1"
   seconds=$1
   shift
 fi
+[ "$all" -eq 1 ] && [ $# -gt 0 ] && fail 2 "--all takes SECONDS and nothing more"
 
 # --- tools -------------------------------------------------------------------
 
 . scripts/deps.sh
-LASERCALI_PACKAGES="cmake make clang libopencv-core-dev"
+LASERCALI_PACKAGES="cmake make clang libopencv-core-dev libopencv-imgcodecs-dev libopencv-imgproc-dev rapidjson-dev"
 lasercali_install_deps || fail 3 "could not install $LASERCALI_PACKAGES"
 
 work=build-fuzz
@@ -70,25 +83,74 @@ rm -f "$probe" "$work/probe"
 
 # --- build -------------------------------------------------------------------
 
-CXX=clang++ cmake -S tests/fuzz -B "$work" -DCMAKE_CXX_COMPILER=clang++ >"$work/configure.log" 2>&1 ||
-  { cat "$work/configure.log" >&2; fail 4 "configuring build-fuzz failed"; }
-cmake --build "$work" -j"$(nproc 2>/dev/null || echo 2)" >"$work/build.log" 2>&1 ||
+# A build folder configured from another source folder (the fuzz targets
+# were once a project of their own) is started afresh.
+if [ -f "$work/CMakeCache.txt" ] &&
+  ! grep -qx "CMAKE_HOME_DIRECTORY:INTERNAL=$(pwd)" "$work/CMakeCache.txt"; then
+  rm -rf "$work/CMakeCache.txt" "$work/CMakeFiles"
+fi
+echo "fuzz.sh: building the fuzz targets in $work/"
+cmake -S . -B "$work" -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DLASERCALI_FUZZ=ON >"$work/configure.log" 2>&1 ||
+  { cat "$work/configure.log" >&2; fail 4 "configuring $work failed"; }
+cmake --build "$work" --target fuzz_targets -j"$(nproc 2>/dev/null || echo 2)" >"$work/build.log" 2>&1 ||
   { tail -n 40 "$work/build.log" >&2; fail 4 "building the fuzz targets failed ($work/build.log)"; }
 
 # --- run ---------------------------------------------------------------------
 
-corpus="$work/corpus/$target"
-artifacts="$work/artifacts/$target"
-mkdir -p "$corpus" "$artifacts"
-seeds=""
-[ -d "tests/fuzz/corpus/$target" ] && seeds="tests/fuzz/corpus/$target"
-echo "fuzz.sh: $target for ${seconds} s; corpus $corpus${seeds:+ and $seeds}"
-status=0
-# shellcheck disable=SC2086  # $seeds is one folder or nothing
-"$work/$target" -max_total_time="$seconds" -timeout=20 -print_final_stats=1 \
-  -artifact_prefix="$artifacts/" "$@" "$corpus" $seeds || status=$?
-if [ "$status" -ne 0 ]; then
-  echo "fuzz.sh: $target found a failing input (exit $status); see $artifacts/" >&2
-  exit 1
+# fuzz TARGET SECONDS [OPTION...]: runs one target; its output goes to
+# build-fuzz/logs/TARGET.log and the end of it to the terminal.
+fuzz() {
+  name=$1
+  time=$2
+  shift 2
+  corpus="$work/corpus/$name"
+  artifacts="$work/artifacts/$name"
+  log="$work/logs/$name.log"
+  mkdir -p "$corpus" "$artifacts" "$work/logs"
+  seeds=""
+  [ -d "tests/fuzz/corpus/$name" ] && seeds="tests/fuzz/corpus/$name"
+  extra="tests/fuzz/corpus/$name.extra"
+  seed_list="$work/logs/$name.seeds"
+  : >"$seed_list"
+  if [ -f "$extra" ]; then
+    grep -v '^#' "$extra" | while read -r pattern; do
+      # shellcheck disable=SC2086  # the pattern is a glob
+      for f in $pattern; do [ -f "$f" ] && printf '%s,' "$f"; done
+    done | sed 's/,$//' >"$seed_list"  # libFuzzer wants them separated by commas
+  fi
+  [ -s "$seed_list" ] && set -- "$@" -seed_inputs=@"$seed_list"
+  echo "fuzz.sh: $name for ${time} s; corpus $corpus${seeds:+ and $seeds}"
+  status=0
+  # shellcheck disable=SC2086  # $seeds is one folder or nothing
+  "$work/tests/fuzz/$name" -max_total_time="$time" -timeout=20 -print_final_stats=1 \
+    -artifact_prefix="$artifacts/" "$@" "$corpus" $seeds >"$log" 2>&1 || status=$?
+  runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -n 1)
+  if [ "$status" -ne 0 ]; then
+    tail -n 60 "$log" >&2
+    if [ "$status" -eq 77 ]; then
+      echo "fuzz.sh: $name cannot run here (see above)" >&2
+    else
+      echo "fuzz.sh: $name found a failing input (exit $status); see $artifacts/ and $log" >&2
+    fi
+    return 1
+  fi
+  grep -E '^(#[0-9]+ +DONE|Done )' "$log" | tail -n 1
+  echo "fuzz.sh: $name ran ${time} s, ${runs:-?} executions, nothing failed"
+  table="$table$(printf '\n| %s | %s s | %s |' "$name" "$time" "${runs:-?}")"
+}
+
+table=""
+if [ "$all" -eq 0 ]; then
+  fuzz "$target" "$seconds" "$@" || exit 1
+  exit 0
 fi
-echo "fuzz.sh: $target ran ${seconds} s, nothing failed"
+failed=""
+for name in $(targets); do
+  fuzz "$name" "$seconds" || failed="$failed $name"
+done
+echo
+echo "| target | time | executions |"
+echo "|---|---|---|$table"
+[ -z "$failed" ] || fail 1 "failed:$failed"
+echo "fuzz.sh: every target ran ${seconds} s, nothing failed"
