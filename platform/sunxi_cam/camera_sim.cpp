@@ -106,7 +106,13 @@ const std::vector<uint8_t>& Frame(uint64_t laser) {
   const ImageSlot slot = lasers == 1   ? ImageSlot::kLeft
                          : lasers == 8 ? ImageSlot::kRight
                                        : ImageSlot::kOther;
-  const cv::Mat& image = cam.settings.images[static_cast<std::size_t>(Slot(slot))];
+  cv::Mat image = cam.settings.images[static_cast<std::size_t>(Slot(slot))];
+  if (image.empty() && cam.settings.pictures) {
+    // A missing picture shows black; GetImageFrame refuses such a frame.
+    if (!cam.settings.pictures->Find(cam.settings.scene.distance, Slot(slot), &image).empty()) {
+      image = cv::Mat::zeros(kHeight, kWidth, CV_8UC1);
+    }
+  }
   const double scale = BrightnessScale();
   if (image.empty()) {
     RenderLuminance(cam.settings.scene, lasers, scale, frame.data());
@@ -117,6 +123,19 @@ const std::vector<uint8_t>& Frame(uint64_t laser) {
     image.convertTo(out, CV_8UC1, scale);
   }
   return frame;
+}
+
+// Why a frame with that laser field cannot be shown ("" when it can): its
+// picture in the picture folder is missing or cannot be used.
+std::string FrameProblem(uint64_t laser) {
+  const Camera& cam = TheCamera();
+  const unsigned lasers = static_cast<unsigned>(laser & 15u);
+  const int slot = lasers == 1 ? 0 : lasers == 8 ? 1 : 2;
+  if (!cam.settings.images[static_cast<std::size_t>(slot)].empty() || !cam.settings.pictures) {
+    return "";
+  }
+  cv::Mat picture;
+  return cam.settings.pictures->Find(cam.settings.scene.distance, slot, &picture);
 }
 
 // Reports frames still out that were not reported yet.
@@ -337,6 +356,10 @@ bool SunxiCam::GetImageFrame(ImageFrame* frame) {
       }
     }
     if (buffer == nullptr) reason = "no free frame buffer";
+  }
+  if (reason.empty()) {
+    const std::vector<uint64_t>& pattern = cam.settings.laser_pattern;
+    reason = sim::FrameProblem(pattern[static_cast<std::size_t>(cam.next_index) % pattern.size()]);
   }
   const bool ok = sim::Count(Operation::kGetFrame, reason.empty());
   if (!ok) {

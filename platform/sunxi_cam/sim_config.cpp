@@ -3,6 +3,7 @@
 #include <functional>
 #include <limits>
 #include <map>
+#include <memory>
 #include <stdexcept>
 #include <string>
 
@@ -152,8 +153,29 @@ void Configure(const rapidjson::Value& json) {
     for (auto& f : faults) f = Fault::Never();
   }
 
+  // The picture folder is opened once both of its members are read.
+  std::string picture_dir = settings.pictures ? settings.pictures->dir() : "";
+  int picture_offset = settings.pictures ? settings.picture_offset : -1;
+  bool pictures_changed = false;
+
   ForEachMember(json, "",
                 {{"reset", [](const rapidjson::Value&, const std::string&) {}},
+                 {"pictures",
+                  [&](const rapidjson::Value& v, const std::string& m) {
+                    if (!v.IsNull() && (!v.IsString() || v.GetStringLength() == 0)) {
+                      Fail(m, "must be a folder name or null");
+                    }
+                    picture_dir = v.IsNull() ? "" : v.GetString();
+                    pictures_changed = true;
+                  }},
+                 {"picture_offset",
+                  [&](const rapidjson::Value& v, const std::string& m) {
+                    if (!v.IsNull() && (!v.IsInt() || v.GetInt() < 0 || v.GetInt() > 99)) {
+                      Fail(m, "must be an integer from 0 to 99, or null");
+                    }
+                    picture_offset = v.IsNull() ? -1 : v.GetInt();
+                    pictures_changed = true;
+                  }},
                  {"distance", NumberInto(&settings.scene.distance)},
                  {"laser_pattern",
                   [&settings](const rapidjson::Value& v, const std::string& m) {
@@ -205,6 +227,13 @@ void Configure(const rapidjson::Value& json) {
                     }
                     ForEachMember(v, path, handlers);
                   }}});
+
+  if (pictures_changed) {
+    settings.picture_offset = picture_offset;
+    settings.pictures = picture_dir.empty()
+                            ? nullptr
+                            : std::make_shared<const PictureFolder>(picture_dir, picture_offset);
+  }
 
   ValidateScene(settings.scene);
   ApplySettings(std::move(settings), faults);

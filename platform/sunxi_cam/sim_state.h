@@ -5,12 +5,14 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <opencv2/core.hpp>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "platform/sunxi_cam/camera_sim.h"
+#include "platform/sunxi_cam/picture_folder.h"
 
 namespace sunxi_cam::sim {
 
@@ -18,7 +20,9 @@ namespace sunxi_cam::sim {
 struct Settings {
   Scene scene;
   std::vector<uint64_t> laser_pattern{1, 8};
-  std::array<cv::Mat, 3> images;  // by ImageSlot; empty: the scene
+  std::array<cv::Mat, 3> images;  // by ImageSlot; empty: the picture folder, or the scene
+  std::shared_ptr<const PictureFolder> pictures;  // null: none
+  int picture_offset = -1;                        // of the node's layout; -1: find it
   int buffers = 4;
 };
 
