@@ -1,0 +1,142 @@
+// sim-pictures, run as a program: the folder it writes is what the camera
+// simulator shows at each distance, a round can be played on it, and a bad
+// command line, bad settings or an unwritable folder are refused.
+#include <gtest/gtest.h>
+#include <rapidjson/document.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <opencv2/core.hpp>
+#include <opencv2/imgcodecs.hpp>
+#include <string>
+#include <vector>
+
+#include "platform/sunxi_cam/camera_sim.h"
+#include "tests/support/program_run.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+namespace sim = sunxi_cam::sim;
+using testsupport::ProgramRun;
+
+class SimPicturesTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char name[] = "/tmp/sim_pictures_test_XXXXXX";
+    dir_ = mkdtemp(name);
+    sim::Reset();
+  }
+  void TearDown() override {
+    fs::remove_all(dir_);
+    sim::Reset();
+  }
+
+  ProgramRun Run(const std::string& args) {
+    const std::string command =
+        "cd '" + dir_.string() + "' && " SIM_PICTURES " " + args + " >out.txt 2>err.txt";
+    const int raw = std::system(command.c_str());
+    ProgramRun run;
+    run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    run.out = testsupport::ReadFile(dir_ / "out.txt");
+    run.err = testsupport::Lines(testsupport::ReadFile(dir_ / "err.txt"));
+    return run;
+  }
+
+  // The simulator's own luminance for that laser at that distance.
+  static cv::Mat Shown(const std::string& settings, double distance, uint64_t laser) {
+    sim::Reset();
+    if (!settings.empty()) {
+      rapidjson::Document json;
+      json.Parse(settings.c_str());
+      sim::Configure(json);
+    }
+    sim::SetDistance(distance);
+    return cv::Mat(480, 640, CV_8UC1, const_cast<uint8_t*>(sim::Luminance(laser))).clone();
+  }
+
+  static bool Same(const cv::Mat& a, const cv::Mat& b) {
+    return a.size() == b.size() && a.type() == b.type() && cv::norm(a, b, cv::NORM_INF) == 0;
+  }
+
+  fs::path dir_;
+};
+
+TEST_F(SimPicturesTest, WritesWhatTheCameraShowsAtEachDistance) {
+  const ProgramRun run = Run("--distances 5,12.5 out");
+  ASSERT_EQ(run.status, 0) << run.err.size();
+  EXPECT_EQ(run.out, "out/5/left.png\nout/5/right.png\nout/12.5/left.png\nout/12.5/right.png\n");
+  for (double distance : {5.0, 12.5}) {
+    const fs::path folder = dir_ / "out" / (distance == 5 ? "5" : "12.5");
+    const cv::Mat left = cv::imread((folder / "left.png").string(), cv::IMREAD_UNCHANGED);
+    const cv::Mat right = cv::imread((folder / "right.png").string(), cv::IMREAD_UNCHANGED);
+    EXPECT_TRUE(Same(left, Shown("", distance, 1))) << distance;
+    EXPECT_TRUE(Same(right, Shown("", distance, 8))) << distance;
+  }
+}
+
+TEST_F(SimPicturesTest, SettingsSidesAndFormatAreTaken) {
+  const std::string settings = R"({"scene": {"second_stripe": 40}})";
+  const ProgramRun run =
+      Run("--settings '" + settings + "' --distances 20 --sides right,other --format bmp out");
+  ASSERT_EQ(run.status, 0);
+  EXPECT_EQ(run.out, "out/20/right.bmp\nout/20/other.bmp\n");
+  EXPECT_FALSE(fs::exists(dir_ / "out" / "20" / "left.bmp"));
+  const cv::Mat right = cv::imread((dir_ / "out/20/right.bmp").string(), cv::IMREAD_GRAYSCALE);
+  EXPECT_TRUE(Same(right, Shown(settings, 20, 8)));
+  EXPECT_FALSE(Same(right, Shown("", 20, 8)));  // the second stripe is there
+}
+
+TEST_F(SimPicturesTest, TheFolderServesTheCameraAsRecordedPictures) {
+  ASSERT_EQ(Run("--distances 30 out").status, 0);
+  rapidjson::Document json;
+  const std::string settings = R"({"distance": 30, "pictures": ")" + (dir_ / "out").string() +
+                               R"(", "scene": {"background": {"seed": 7}}})";
+  json.Parse(settings.c_str());
+  sim::Reset();
+  sim::Configure(json);
+  const cv::Mat shown(480, 640, CV_8UC1, const_cast<uint8_t*>(sim::Luminance(1)));
+  EXPECT_TRUE(Same(shown, Shown("", 30, 1)));  // the default scene, not the seed-7 one
+}
+
+TEST_F(SimPicturesTest, BadCommandLinesSettingsAndFoldersAreRefused) {
+  ProgramRun run = Run("");
+  EXPECT_EQ(run.status, 2);
+  ASSERT_FALSE(run.err.empty());
+  EXPECT_EQ(run.err[0], "sim-pictures: give the folder to write the pictures into");
+  run = Run("--distances 5,x out");
+  EXPECT_EQ(run.status, 2);
+  ASSERT_FALSE(run.err.empty());
+  EXPECT_EQ(run.err[0],
+            "sim-pictures: --distances needs numbers above 0 and at most 10000 separated by "
+            "commas, not '5,x'");
+  run = Run("--sides up out");
+  EXPECT_EQ(run.status, 2);
+  run = Run(R"(--settings '{"scene": {"camera": {"fx": -1}}}' out)");
+  EXPECT_EQ(run.status, 3);
+  ASSERT_FALSE(run.err.empty());
+  EXPECT_EQ(run.err[0].rfind("sim-pictures: camera sim: scene.camera.fx", 0), 0u) << run.err[0];
+  run = Run("--settings missing.json out");
+  EXPECT_EQ(run.status, 3);
+  ASSERT_FALSE(run.err.empty());
+  EXPECT_NE(run.err[0].find("missing.json"), std::string::npos) << run.err[0];
+  ASSERT_EQ(std::system(("touch '" + (dir_ / "file").string() + "'").c_str()), 0);
+  run = Run("--distances 5 file");
+  EXPECT_EQ(run.status, 1);
+  ASSERT_FALSE(run.err.empty());
+  EXPECT_EQ(run.err[0].rfind("sim-pictures: cannot make the folder 'file/5'", 0), 0u) << run.err[0];
+}
+
+TEST_F(SimPicturesTest, HelpAndVersion) {
+  ProgramRun run = Run("--help");
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.out.rfind("usage: sim-pictures [options] OUTDIR", 0), 0u);
+  run = Run("--version");
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.out.rfind("sim-pictures ", 0), 0u);
+}
+
+}  // namespace
