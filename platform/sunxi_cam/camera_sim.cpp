@@ -269,6 +269,20 @@ Status GetStatus() {
 
 const uint8_t* Luminance(uint64_t laser) { return Frame(laser).data(); }
 
+SceneTruth Truth() {
+  const Scene& scene = GetScene();
+  SceneTruth truth;
+  truth.camera = scene.camera;
+  truth.left = PlaneOf(scene.left);
+  truth.right = PlaneOf(scene.right);
+  truth.left_on = scene.left.on;
+  truth.right_on = scene.right.on;
+  truth.wall = scene.wall;
+  truth.distance = scene.distance;
+  truth.wall_height = scene.wall_height;
+  return truth;
+}
+
 const Settings& CurrentSettings() { return TheCamera().settings; }
 
 void ApplySettings(Settings settings, const std::array<std::optional<Fault>, 5>& faults) {

@@ -169,6 +169,36 @@ Status GetStatus();
 // as rendered (and cached) for the current settings.
 const uint8_t* Luminance(uint64_t laser);
 
+// A laser's plane of light in the robot's frame: every point p of the plane
+// has nx * p.x + ny * p.y + nz * p.z == offset. (nx, ny, nz) is a unit
+// vector with ny > 0 (it points to the robot's left); offset is in
+// centimetres. With the laser's yaw and roll: (-sin yaw cos roll,
+// cos yaw cos roll, sin roll), and offset = normal . emitter.
+struct LaserPlane {
+  double nx = 0, ny = 1, nz = 0;
+  double offset = 0;
+};
+
+// The plane `laser` lights: exactly the plane its stripes are drawn from.
+LaserPlane PlaneOf(const LaserModel& laser);
+
+// What the scene's pictures show, as the simulator draws them: the camera,
+// the plane of each laser, and the wall. It is the truth that reference
+// calculations are measured against. When frames show image files or a
+// picture folder, it is still the scene's truth, which those pictures need
+// not show.
+struct SceneTruth {
+  CameraModel camera;
+  LaserPlane left, right;
+  bool left_on = true, right_on = true;
+  bool wall = true;          // a wall across the view at `distance`
+  double distance = 30;      // from the camera to the wall, along the floor
+  double wall_height = 200;  // the wall's top edge above the floor
+};
+
+// The truth of the current scene (GetScene()). Reading it changes nothing.
+SceneTruth Truth();
+
 // Applies a JSON object of camera settings (docs/camera-sim.md). All or
 // nothing: on a bad member it throws std::invalid_argument whose message
 // names the member (for example "camera sim: scene.camera.fx must be a

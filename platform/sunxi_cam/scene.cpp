@@ -171,6 +171,11 @@ std::vector<Segment2> StripeSegments(const Scene& scene, const LaserModel& laser
   return segments;
 }
 
+LaserPlane PlaneOf(const LaserModel& laser) {
+  const Vec3 n = PlaneNormal(laser);
+  return {n.x, n.y, n.z, Dot(n, Vec3{laser.x, laser.y, laser.z})};
+}
+
 void ValidateScene(const Scene& scene) {
   const CameraModel& c = scene.camera;
   Check(c.fx > 0 && c.fx <= 100000, "scene.camera.fx", "greater than 0 and at most 100000");

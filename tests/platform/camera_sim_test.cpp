@@ -762,6 +762,104 @@ TEST_F(CameraSimTest, TheExtremesOfTheSceneRangesRender) {
   }
 }
 
+// --- The scene's truth ---------------------------------------------------------------
+
+// The point where the ray through pixel (u, v) of the scene's camera meets
+// the wall x = distance.
+void WallPoint(const sim::CameraModel& c, double u, double v, double distance, double p[3]) {
+  const double s = std::sin(c.pitch * kPi / 180), k = std::cos(c.pitch * kPi / 180);
+  const double a = (u - c.cx) / c.fx, b = (v - c.cy) / c.fy;
+  // right (0, -1, 0), down (-s, 0, -k), forward (k, 0, -s)
+  const double dir[3] = {-b * s + k, -a, -b * k - s};
+  const double t = distance / dir[0];
+  p[0] = distance;
+  p[1] = t * dir[1];
+  p[2] = c.height + t * dir[2];
+}
+
+TEST_F(CameraSimTest, TheTruthOfTheDefaultSceneIsTheDocumentedOne) {
+  const sim::SceneTruth truth = sim::Truth();
+  EXPECT_EQ(truth.camera.fx, 450);
+  EXPECT_EQ(truth.camera.height, 5);
+  EXPECT_EQ(truth.camera.pitch, 10);
+  EXPECT_TRUE(truth.wall);
+  EXPECT_EQ(truth.distance, 30);
+  EXPECT_EQ(truth.wall_height, 200);
+  EXPECT_TRUE(truth.left_on);
+  EXPECT_TRUE(truth.right_on);
+  // Left laser: yaw -2, emitter (0, 2.2, 2).
+  const double yaw = -2 * kPi / 180;
+  EXPECT_NEAR(truth.left.nx, -std::sin(yaw), 1e-12);
+  EXPECT_NEAR(truth.left.ny, std::cos(yaw), 1e-12);
+  EXPECT_NEAR(truth.left.nz, 0, 1e-12);
+  EXPECT_NEAR(truth.left.offset, 2.2 * std::cos(yaw), 1e-12);
+  // Right laser: yaw 2, emitter (0, -2.2, 2): its normal still points left.
+  EXPECT_NEAR(truth.right.nx, -std::sin(-yaw), 1e-12);
+  EXPECT_GT(truth.right.ny, 0);
+  EXPECT_NEAR(truth.right.offset, -2.2 * std::cos(yaw), 1e-12);
+}
+
+TEST_F(CameraSimTest, ALaserPlaneHasAUnitNormalAndHoldsItsEmitter) {
+  sim::LaserModel laser{1.5, -3, 2.5, 4, -2.5, true};
+  const sim::LaserPlane plane = sim::PlaneOf(laser);
+  EXPECT_NEAR(plane.nx * plane.nx + plane.ny * plane.ny + plane.nz * plane.nz, 1, 1e-12);
+  EXPECT_GT(plane.ny, 0);
+  EXPECT_NEAR(plane.nx * 1.5 + plane.ny * -3 + plane.nz * 2.5, plane.offset, 1e-12);
+  // Roll gives the normal a z part, yaw an x part.
+  EXPECT_NEAR(plane.nz, std::sin(-2.5 * kPi / 180), 1e-12);
+  EXPECT_NEAR(plane.nx, -std::sin(4 * kPi / 180) * std::cos(-2.5 * kPi / 180), 1e-12);
+}
+
+TEST_F(CameraSimTest, TheTruthFollowsTheSettings) {
+  rapidjson::Document settings;
+  settings.Parse(R"({"distance": 37.5, "scene": {"wall_height": 80,
+      "camera": {"fy": 460, "pitch": 12},
+      "left_laser": {"yaw": 3, "roll": 2, "y": 3}, "right_laser": {"on": false}}})");
+  sim::Configure(settings);
+  const sim::SceneTruth truth = sim::Truth();
+  EXPECT_EQ(truth.distance, 37.5);
+  EXPECT_EQ(truth.wall_height, 80);
+  EXPECT_EQ(truth.camera.fy, 460);
+  EXPECT_EQ(truth.camera.pitch, 12);
+  EXPECT_FALSE(truth.right_on);
+  const sim::LaserPlane left = sim::PlaneOf(sim::GetScene().left);
+  EXPECT_EQ(truth.left.nx, left.nx);
+  EXPECT_EQ(truth.left.nz, left.nz);
+  EXPECT_EQ(truth.left.offset, left.offset);
+  EXPECT_NEAR(truth.left.nz, std::sin(2 * kPi / 180), 1e-12);
+}
+
+TEST_F(CameraSimTest, TheStripeOnTheWallLiesOnTheTruePlane) {
+  rapidjson::Document settings;
+  settings.Parse(R"({"distance": 25, "scene": {"background": {"noise": 0},
+      "left_laser": {"yaw": -4, "roll": 3}, "right_laser": {"yaw": 1, "roll": -2.5, "z": 3}}})");
+  sim::Configure(settings);
+  const sim::SceneTruth truth = sim::Truth();
+  for (uint64_t laser : {1u, 8u}) {
+    SCOPED_TRACE(laser);
+    const sim::LaserPlane& plane = laser == 1 ? truth.left : truth.right;
+    const uint8_t* picture = sim::Luminance(laser);
+    for (int row = 20; row < 200; row += 20) {
+      const double u = RowCentre(picture, row);
+      ASSERT_GE(u, 0) << row;
+      double p[3];
+      WallPoint(truth.camera, u, row, truth.distance, p);
+      // Off the plane by less than a third of a pixel's width on the wall
+      // (the centre of the bright pixels is a rough one).
+      const double off = plane.nx * p[0] + plane.ny * p[1] + plane.nz * p[2] - plane.offset;
+      EXPECT_LT(std::fabs(off), 0.33 * truth.distance / truth.camera.fx) << row;
+    }
+  }
+}
+
+TEST_F(CameraSimTest, ReadingTheTruthChangesNoPicture) {
+  const std::vector<uint8_t> before = Plane(1);
+  const sim::Status status = sim::GetStatus();
+  (void)sim::Truth();
+  EXPECT_EQ(Plane(1), before);
+  EXPECT_EQ(sim::GetStatus().frames, status.frames);
+}
+
 // --- JSON settings ---------------------------------------------------------------------
 
 std::string ConfigureError(const std::string& json) {
