@@ -1,5 +1,6 @@
 #include "tools/stripe_tool/overlay.h"
 
+#include <algorithm>
 #include <cmath>
 #include <opencv2/imgproc.hpp>
 #include <sstream>
@@ -116,6 +117,98 @@ cv::Mat DrawOverlay(const cv::Mat& picture, const StripeCut& cut, const std::str
 
   DrawCaption(out, caption);
   return out;
+}
+
+const std::vector<OverlayMark>& OverlayMarks() {
+  using Shape = OverlayMark::Shape;
+  static const std::vector<OverlayMark> marks = {
+      {colour::kScannedRow, Shape::kEdgeBar, "row scanned"},
+      {colour::kUnscannedRow, Shape::kEdgeBar, "row not scanned"},
+      {colour::kUnchecked, Shape::kTick, "point not searched"},
+      {colour::kOutside, Shape::kTick, "point outside rows 11 to 469"},
+      {colour::kStray, Shape::kTick, "stray point"},
+      {colour::kShallow, Shape::kWideTick, "slope check, not steep"},
+      {colour::kSteep, Shape::kWideTick, "steep slope check"},
+      {colour::kCutCheck, Shape::kCircle, "seventh steep check: cut point"},
+      {colour::kAfterCut, Shape::kTick, "point after the cut (num2)"},
+      {colour::kCutLine, Shape::kLine, "cut line"},
+      {colour::kKept, Shape::kTintedBox, "region kept"},
+      {colour::kRefused, Shape::kBox, "region a refused cut would keep"},
+      {colour::kTwoStripes, Shape::kLine, "row with two stripes"},
+      {colour::kPeak, Shape::kCircle, "its two peaks"},
+  };
+  return marks;
+}
+
+cv::Mat DrawLegend(int width) {
+  constexpr int kSwatchWidth = 28;
+  constexpr int kSwatchHeight = 16;
+  constexpr int kRowHeight = 22;
+  constexpr int kMargin = 8;
+  constexpr int kTextGap = 6;
+  constexpr int kItemGap = 18;
+  constexpr double kScale = 0.45;
+  const cv::Scalar ground(30, 30, 30);
+  const cv::Scalar text_colour(220, 220, 220);
+
+  // Where each mark goes: rows of marks, each as wide as it needs.
+  std::vector<cv::Point> places;
+  int x = kMargin;
+  int y = kMargin;
+  for (const OverlayMark& mark : OverlayMarks()) {
+    int baseline = 0;
+    const int text =
+        cv::getTextSize(mark.words, cv::FONT_HERSHEY_SIMPLEX, kScale, 1, &baseline).width;
+    const int item = kSwatchWidth + kTextGap + text;
+    if (x > kMargin && x + item > width - kMargin) {
+      x = kMargin;
+      y += kRowHeight;
+    }
+    places.emplace_back(x, y);
+    x += item + kItemGap;
+  }
+  cv::Mat legend(y + kSwatchHeight + kMargin, std::max(width, 1), CV_8UC3, ground);
+
+  for (std::size_t i = 0; i < places.size(); ++i) {
+    const OverlayMark& mark = OverlayMarks()[i];
+    const cv::Rect swatch(places[i], cv::Size(kSwatchWidth, kSwatchHeight));
+    const cv::Point centre(swatch.x + kSwatchWidth / 2, swatch.y + kSwatchHeight / 2);
+    switch (mark.shape) {
+      case OverlayMark::Shape::kEdgeBar:
+        cv::rectangle(legend, cv::Rect(swatch.x + 2, swatch.y, kEdgeBar * 2, kSwatchHeight),
+                      mark.colour, cv::FILLED);
+        break;
+      case OverlayMark::Shape::kTick:
+        cv::line(legend, {centre.x - 2, centre.y}, {centre.x + 2, centre.y}, mark.colour, 1);
+        cv::line(legend, {centre.x - 2, centre.y + 1}, {centre.x + 2, centre.y + 1}, mark.colour,
+                 1);
+        break;
+      case OverlayMark::Shape::kWideTick:
+        cv::line(legend, {centre.x - 6, centre.y}, {centre.x + 6, centre.y}, mark.colour, 1);
+        cv::line(legend, {centre.x - 6, centre.y + 1}, {centre.x + 6, centre.y + 1}, mark.colour,
+                 1);
+        break;
+      case OverlayMark::Shape::kCircle:
+        cv::circle(legend, centre, 6, mark.colour, 1, cv::LINE_8);
+        break;
+      case OverlayMark::Shape::kLine:
+        cv::line(legend, {swatch.x, centre.y}, {swatch.x + kSwatchWidth - 1, centre.y}, mark.colour,
+                 1);
+        break;
+      case OverlayMark::Shape::kTintedBox: {
+        cv::Mat tint(swatch.size(), legend.type(), mark.colour);
+        cv::addWeighted(legend(swatch), 0.8, tint, 0.2, 0.0, legend(swatch));
+        cv::rectangle(legend, swatch, mark.colour, 1);
+        break;
+      }
+      case OverlayMark::Shape::kBox:
+        cv::rectangle(legend, swatch, mark.colour, 1);
+        break;
+    }
+    cv::putText(legend, mark.words, {swatch.x + kSwatchWidth + kTextGap, swatch.y + 12},
+                cv::FONT_HERSHEY_SIMPLEX, kScale, text_colour, 1, cv::LINE_AA);
+  }
+  return legend;
 }
 
 std::string DescribeCut(const StripeCut& cut) {

@@ -4,6 +4,7 @@
 
 #include <opencv2/core.hpp>
 #include <string>
+#include <vector>
 
 #include "src/stripecut.h"
 
@@ -32,6 +33,33 @@ const cv::Scalar kPeak(0, 255, 255);         // its two peaks
 // (nothing is written there when `caption` is empty).
 cv::Mat DrawOverlay(const cv::Mat& picture, const kivplugcali::StripeCut& cut,
                     const std::string& caption);
+
+// One kind of mark DrawOverlay draws, as a legend shows it.
+struct OverlayMark {
+  enum class Shape {
+    kEdgeBar,    // a bar at the picture's edge
+    kTick,       // a short tick on a point's row
+    kWideTick,   // a wider tick (a slope check)
+    kCircle,     // a circle around a point
+    kLine,       // a line across the picture
+    kBox,        // an outline
+    kTintedBox,  // a tinted box with an outline
+  };
+  cv::Scalar colour;
+  Shape shape;
+  const char* words;  // what it means, in a few words
+};
+
+// Every kind of mark DrawOverlay draws, in the order of the overlay's table
+// in docs/stripe-tool.md. Every colour of `colour` is among them; red and
+// magenta mean two marks each, told apart by their shape.
+const std::vector<OverlayMark>& OverlayMarks();
+
+// The legend of the overlay: every mark of OverlayMarks drawn as the overlay
+// draws it (circles without smoothing, so each shows its exact colour),
+// followed by its words, in as many rows as `width` pixels need. An 8-bit
+// BGR picture `width` pixels wide on a dark ground.
+cv::Mat DrawLegend(int width);
 
 // How the cut ended, in words: "cut at row 300", "two stripes at row 210
 // (peaks in columns 250 and 330)", "too few points: 12 (50 needed)", "no cut
