@@ -1,0 +1,230 @@
+#include "tools/stripe_tool/contact_sheet.h"
+
+#include <algorithm>
+#include <iterator>
+#include <opencv2/imgproc.hpp>
+#include <sstream>
+#include <utility>
+
+#include "tools/stripe_tool/overlay.h"
+#include "tools/stripe_tool/picture_output.h"
+
+namespace stripetool {
+
+namespace {
+
+using sheet::kBandHeight;
+using sheet::kColumns;
+using sheet::kGap;
+using sheet::kMargin;
+using sheet::kPerPage;
+using sheet::kThumbHeight;
+using sheet::kThumbWidth;
+using sheet::kWidth;
+
+// Colours of the sheet (blue, green, red): grey but for the overlays and the
+// outcome captions.
+const cv::Scalar kBackground(48, 48, 48);
+const cv::Scalar kBand(30, 30, 30);
+const cv::Scalar kFrame(82, 82, 82);
+const cv::Scalar kUnreadableTile(110, 110, 110);
+const cv::Scalar kTitleText(255, 255, 255);
+const cv::Scalar kPathText(240, 240, 240);
+const cv::Scalar kLabelText(185, 185, 185);
+const cv::Scalar kCutText(90, 230, 90);
+const cv::Scalar kRefusedText(60, 170, 255);
+
+constexpr int kFont = cv::FONT_HERSHEY_SIMPLEX;
+constexpr double kTitleScale = 0.75;
+constexpr double kSubtitleScale = 0.5;
+constexpr double kBandScale = 0.45;
+constexpr int kBandLine = 18;  // baseline to baseline in the band
+constexpr int kTextInset = 6;
+constexpr int kLegendTop = 76;
+
+int TextWidth(const std::string& text, double scale, int thickness = 1) {
+  int baseline = 0;
+  return cv::getTextSize(text, kFont, scale, thickness, &baseline).width;
+}
+
+void Text(cv::Mat& page, const std::string& text, cv::Point at, double scale,
+          const cv::Scalar& colour, int thickness = 1) {
+  cv::putText(page, text, at, kFont, scale, colour, thickness, cv::LINE_AA);
+}
+
+// `text` cut down to `width` pixels, with "..." where it was cut: its start
+// when `keep_end` (a path, whose file name matters most), else its end.
+std::string Fit(const std::string& text, double scale, int width, bool keep_end) {
+  if (TextWidth(text, scale) <= width) return text;
+  for (std::size_t keep = text.size(); keep-- > 0;) {
+    const std::string cut =
+        keep_end ? "..." + text.substr(text.size() - keep) : text.substr(0, keep) + "...";
+    if (TextWidth(cut, scale) <= width) return cut;
+  }
+  return "...";
+}
+
+// `text` broken between words into at most `max_lines` lines of `width`
+// pixels; the last line ends in "..." when the rest does not fit.
+std::vector<std::string> Wrap(const std::string& text, double scale, int width,
+                              std::size_t max_lines) {
+  std::istringstream in(text);
+  const std::vector<std::string> words{std::istream_iterator<std::string>(in),
+                                       std::istream_iterator<std::string>()};
+  std::vector<std::string> lines;
+  std::size_t w = 0;
+  while (w < words.size() && lines.size() < max_lines) {
+    std::string line = words[w++];
+    while (w < words.size() && TextWidth(line + " " + words[w], scale) <= width) {
+      line += " " + words[w++];
+    }
+    lines.push_back(line);
+  }
+  if (w < words.size()) {
+    std::string rest = lines.back();
+    while (w < words.size()) rest += " " + words[w++];
+    lines.back() = Fit(rest, scale, width, false);
+  } else if (!lines.empty()) {
+    lines.back() = Fit(lines.back(), scale, width, false);
+  }
+  return lines;
+}
+
+// Names and pictures may hold any byte; the sheet's font draws printable
+// ASCII only, so anything else shows as '?'.
+std::string Printable(std::string text) {
+  for (char& c : text) {
+    if (c < 0x20 || c > 0x7e) c = '?';
+  }
+  return text;
+}
+
+void DrawTile(cv::Mat& page, cv::Point corner, const SheetTile& tile) {
+  cv::rectangle(
+      page, cv::Rect(corner.x - 1, corner.y - 1, kThumbWidth + 2, kThumbHeight + kBandHeight + 2),
+      kFrame, 1);
+  const cv::Rect area(corner, cv::Size(kThumbWidth, kThumbHeight));
+  if (tile.thumb.empty()) {
+    page(area).setTo(kUnreadableTile);
+    const std::string head = "cannot read";
+    const double head_scale = 0.8;
+    Text(page, head,
+         {corner.x + (kThumbWidth - TextWidth(head, head_scale, 2)) / 2,
+          corner.y + kThumbHeight / 2},
+         head_scale, kTitleText, 2);
+  } else {
+    tile.thumb.copyTo(page(area));
+  }
+
+  const cv::Point band(corner.x, corner.y + kThumbHeight);
+  page(cv::Rect(band, cv::Size(kThumbWidth, kBandHeight))).setTo(kBand);
+  const int text_width = kThumbWidth - 2 * kTextInset;
+  const int x = band.x + kTextInset;
+  int y = band.y + kBandLine;
+  Text(page, Fit(Printable(tile.path), kBandScale, text_width, true), {x, y}, kBandScale,
+       kPathText);
+  const cv::Scalar& colour = tile.kind == SheetTile::Kind::kCut       ? kCutText
+                             : tile.kind == SheetTile::Kind::kRefused ? kRefusedText
+                                                                      : kLabelText;
+  for (const std::string& line : Wrap(Printable(tile.caption), kBandScale, text_width, 2)) {
+    y += kBandLine;
+    Text(page, line, {x, y}, kBandScale, colour);
+  }
+}
+
+}  // namespace
+
+cv::Mat SheetThumbnail(const cv::Mat& overlay) {
+  cv::Mat thumb;
+  cv::resize(overlay, thumb, cv::Size(kThumbWidth, kThumbHeight), 0, 0, cv::INTER_AREA);
+  return thumb;
+}
+
+std::string SheetPageName(const std::string& path, std::size_t page) {
+  if (page <= 1) return path;
+  const std::size_t dot = path.rfind('.');
+  const std::string number = "-" + std::to_string(page);
+  if (dot == std::string::npos || path.find('/', dot) != std::string::npos) return path + number;
+  return path.substr(0, dot) + number + path.substr(dot);
+}
+
+std::size_t SheetPages(std::size_t pictures) {
+  return std::max<std::size_t>(1, (pictures + kPerPage - 1) / kPerPage);
+}
+
+cv::Mat DrawSheetPage(const std::vector<SheetTile>& tiles, std::size_t first, std::size_t total,
+                      std::size_t page, std::size_t pages) {
+  const cv::Mat legend = stripeinspect::DrawLegend(kWidth - 2 * kMargin);
+  const int title_height = kLegendTop + legend.rows + kGap;
+  const int rows = static_cast<int>((tiles.size() + kColumns - 1) / kColumns);
+  const int height = title_height +
+                     (rows == 0 ? 40 : rows * (kThumbHeight + kBandHeight) + (rows - 1) * kGap) +
+                     kMargin;
+  cv::Mat sheet(height, kWidth, CV_8UC3, kBackground);
+
+  std::ostringstream title;
+  title << "stripe-inspect: ";
+  if (tiles.empty()) {
+    title << "no pictures";
+  } else if (total == 1) {
+    title << "1 picture";
+  } else {
+    title << "pictures " << first << " to " << first + tiles.size() - 1 << " of " << total;
+  }
+  if (pages > 1) title << ", page " << page << " of " << pages;
+  Text(sheet, title.str(), {kMargin, 36}, kTitleScale, kTitleText, 2);
+  Text(sheet,
+       "Under each picture: its path, then the laser and the outcome (green: cut, orange: "
+       "refused). Marks of the stripe cut:",
+       {kMargin, 62}, kSubtitleScale, kLabelText);
+  legend.copyTo(sheet(cv::Rect(kMargin, kLegendTop, legend.cols, legend.rows)));
+
+  for (std::size_t i = 0; i < tiles.size(); ++i) {
+    const int column = static_cast<int>(i % kColumns);
+    const int row = static_cast<int>(i / kColumns);
+    DrawTile(sheet,
+             {kMargin + column * (kThumbWidth + kGap),
+              title_height + row * (kThumbHeight + kBandHeight + kGap)},
+             tiles[i]);
+  }
+  return sheet;
+}
+
+ContactSheet::ContactSheet(std::string path, std::size_t pictures)
+    : path_(std::move(path)), total_(pictures), pages_(SheetPages(pictures)) {}
+
+ContactSheet::~ContactSheet() {
+  if (writing_.valid()) writing_.wait();
+}
+
+void ContactSheet::Add(SheetTile tile) {
+  tiles_.push_back(std::move(tile));
+  ++added_;
+  if (tiles_.size() == kPerPage) StartPage();
+}
+
+void ContactSheet::Finish() {
+  if (!tiles_.empty() || started_ == 0) StartPage();
+  WaitForPage();
+}
+
+void ContactSheet::StartPage() {
+  ++started_;
+  const std::string name = SheetPageName(path_, started_);
+  cv::Mat drawn = DrawSheetPage(tiles_, added_ - tiles_.size() + 1, total_, started_, pages_);
+  tiles_.clear();
+  WaitForPage();
+  writing_name_ = name;
+  writing_ = std::async(std::launch::async, [name, drawn = std::move(drawn)]() {
+    WritePicture(name, drawn, "contact sheet");
+  });
+}
+
+void ContactSheet::WaitForPage() {
+  if (!writing_.valid()) return;
+  std::future<void> page = std::move(writing_);
+  page.get();  // throws what the write threw
+  written_.push_back(writing_name_);
+}
+
+}  // namespace stripetool
