@@ -1,0 +1,132 @@
+// A laser's plane from pictures of its stripe on the calibration target, and
+// how well a plane explains such pictures.
+//
+// Each picture shows one laser's stripe on the floor and on a wall at a
+// known distance (the factory's 5 to 45 cm, or the app's cut pictures at
+// 10, 20 and 30 cm, which keep only the wall part). LocateStripe finds the
+// stripe's centre in every row (stripe_centres.h), sends the ray through it
+// to the target (geometry.h) and keeps the point where it meets the floor
+// or the wall. Rows close to the foot of the wall are left out: there the
+// floor part and the wall part of the stripe overlap in a row and neither
+// centre is clean. CalibrateLaser fits one plane through the points of all
+// pictures of a laser (plane_fit.h), each point weighted by the inverse
+// square of the distance one pixel moves it on its surface, so that every
+// point counts by how precisely the picture places it. CheckPlane measures,
+// in pixels along the rows, how far each stripe centre lies from where a
+// given plane puts the stripe.
+//
+// Whatever cannot be calibrated is said with a failure code and a reason
+// naming the picture (FailureCode below); nothing here reads files.
+#ifndef LASERCALI_TOOLS_CALC_LASER_CALIBRATION_H_
+#define LASERCALI_TOOLS_CALC_LASER_CALIBRATION_H_
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tools/calc/geometry.h"
+#include "tools/calc/plane_fit.h"
+#include "tools/calc/stripe_centres.h"
+
+namespace calc {
+
+// The failure codes of the reference calculation nodes (docs/calibration.md).
+enum FailureCode : int {
+  kSuccess = 1,
+  kPictureRefused = 2,   // a picture is missing or not a 640 x 480 8-bit BMP file
+  kNoStripe = 3,         // a picture shows no stripe of its laser
+  kTooFewPoints = 4,     // too few stripe points on the target to fit a plane
+  kOffTarget = 5,        // a picture's stripe points lie on neither the floor nor the wall
+  kNoPlaneSpanned = 6,   // the points lie along one line: they fix no plane
+  kNotOnePlane = 7,      // the points do not lie on one plane
+  kSidesSwapped = 8,     // the left laser's plane lies right of the right laser's
+  kNotEncodable = 9,     // a plane outside the range its nine values can carry
+  kCheckFailed = 10,     // the check: residuals above the thresholds
+  kNothingToCheck = 11,  // the check or distance: no plane to work with
+  kNoWall = 12,          // the distance: no stripe points on a wall
+  kLasersDisagree = 13,  // the distance: the two lasers' walls lie too far apart
+};
+
+// One 8-bit picture, not owned.
+struct GrayPicture {
+  const uint8_t* pixels = nullptr;
+  int width = 0, height = 0, stride = 0;
+};
+
+// A picture of one laser's stripe with the wall at `target.distance`.
+struct StripePicture {
+  std::string name;  // for messages: the file
+  GrayPicture picture;
+  Target target;
+};
+
+struct CalibrationOptions {
+  StripeOptions stripe;
+  int min_stripe_rows = 20;      // fewer rows with a centre: no stripe
+  double max_off_target = 0.10;  // largest share of a picture's centres on neither surface
+  double foot_margin = 2.0;      // rows left out each side of the foot: this x the centroid window
+  int min_points = 100;          // fewest points for a plane
+  double min_spread = 1.0;       // cm: the points' spread across their longest axis
+  double max_rms = 0.05;         // cm: the largest RMS distance of the points from the plane
+};
+
+struct TargetPoint {
+  Pixel pixel;
+  Surface surface = Surface::kNeither;
+  Vec3 point;
+  double weight = 1;  // 1 / (cm a pixel along the row moves the point)^2
+};
+
+struct LocatedStripe {
+  std::vector<TargetPoint> points;  // on the floor or the wall, clear of the foot
+  int stripe_rows = 0;              // rows with a stripe centre
+  int off_target = 0;               // centres whose ray meets neither surface
+  int near_foot = 0;                // centres left out near the foot of the wall
+  int two_stripes = 0;              // rows left out for showing two stripes
+};
+
+LocatedStripe LocateStripe(const CameraGeometry& geometry, const StripePicture& picture,
+                           const CalibrationOptions& options = {});
+
+struct LaserFit {
+  int code = kSuccess;
+  std::string reason;  // why not, naming the picture; empty on success
+  PlaneFit fit;        // the plane (fit.ok) when code is kSuccess
+  int points = 0;      // used in the fit
+  int floor_points = 0, wall_points = 0;
+};
+
+// Fits the plane of one laser through the stripes of its pictures.
+LaserFit CalibrateLaser(const CameraGeometry& geometry, const std::vector<StripePicture>& pictures,
+                        const CalibrationOptions& options = {});
+
+// Whether the left laser's plane lies right of the right one's, where they
+// meet the floor across the robot's origin (x = 0, below the camera and the
+// emitters): the pictures of the two lasers are swapped.
+bool SidesSwapped(const Plane& left, const Plane& right);
+
+struct Residuals {
+  int code = kSuccess;  // kNoStripe or kTooFewPoints when the pictures cannot be measured
+  std::string reason;
+  int points = 0;
+  double rms = 0;    // pixels along the row
+  double worst = 0;  // the largest, pixels
+};
+
+// The check passes when, for each laser, the residuals' RMS is at most
+// kCheckMaxRms and the largest at most kCheckMaxWorst pixels. The noise of
+// clean factory pictures leaves about 0.04 px RMS and 0.15 px at worst; a
+// plane off by 0.05 degrees of yaw, 0.1 degrees of roll or 0.05 mm of
+// offset leaves more than the thresholds.
+inline constexpr double kCheckMaxRms = 0.2;
+inline constexpr double kCheckMaxWorst = 1.0;
+
+// How far the stripe centres of the pictures lie from where `plane` puts
+// them, along the rows.
+Residuals CheckPlane(const CameraGeometry& geometry, const Plane& plane,
+                     const std::vector<StripePicture>& pictures,
+                     const CalibrationOptions& options = {});
+
+}  // namespace calc
+
+#endif  // LASERCALI_TOOLS_CALC_LASER_CALIBRATION_H_
