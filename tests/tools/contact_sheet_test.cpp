@@ -120,6 +120,20 @@ TEST_F(ContactSheetTest, PagesAreWrittenAsTheyFillUp) {
                  stripetool::sheet::kGap));
 }
 
+TEST_F(ContactSheetTest, SeveralPagesAreWrittenAtOnceAndReportedInOrder) {
+  const std::string path = Path("s.png");
+  stripetool::ContactSheet sheet(path, 130, 3);
+  EXPECT_EQ(sheet.pages(), 4u);
+  const SheetTile tile = UnreadTile();
+  for (int i = 0; i < 130; ++i) sheet.Add(tile);
+  sheet.Finish();
+  EXPECT_EQ(sheet.written(),
+            (std::vector<std::string>{path, Path("s-2.png"), Path("s-3.png"), Path("s-4.png")}));
+  for (const std::string& page : sheet.written()) {
+    EXPECT_FALSE(cv::imread(page, cv::IMREAD_UNCHANGED).empty()) << page;
+  }
+}
+
 TEST_F(ContactSheetTest, ASheetOfNoPicturesIsOnePageSayingSo) {
   stripetool::ContactSheet sheet(Path("none.png"), 0);
   sheet.Finish();
@@ -142,8 +156,9 @@ TEST_F(ContactSheetTest, APageThatCannotBeWrittenIsReportedWithItsName) {
   }
   EXPECT_TRUE(sheet.written().empty());
 
-  // A first page that cannot be written is reported at the latest by Finish.
-  stripetool::ContactSheet big(Path("full.png"), 50);
+  // A first page that cannot be written is reported at the latest by Finish,
+  // however many pages are written at once.
+  stripetool::ContactSheet big(Path("full.png"), 50, 4);
   EXPECT_THROW(
       {
         for (int i = 0; i < 50; ++i) big.Add(UnreadTile());

@@ -190,11 +190,16 @@ cv::Mat DrawSheetPage(const std::vector<SheetTile>& tiles, std::size_t first, st
   return sheet;
 }
 
-ContactSheet::ContactSheet(std::string path, std::size_t pictures)
-    : path_(std::move(path)), total_(pictures), pages_(SheetPages(pictures)) {}
+ContactSheet::ContactSheet(std::string path, std::size_t pictures, unsigned writers)
+    : path_(std::move(path)),
+      total_(pictures),
+      pages_(SheetPages(pictures)),
+      writers_(std::max(writers, 1u)) {}
 
 ContactSheet::~ContactSheet() {
-  if (writing_.valid()) writing_.wait();
+  for (Writing& page : writing_) {
+    if (page.done.valid()) page.done.wait();
+  }
 }
 
 void ContactSheet::Add(SheetTile tile) {
@@ -205,7 +210,7 @@ void ContactSheet::Add(SheetTile tile) {
 
 void ContactSheet::Finish() {
   if (!tiles_.empty() || started_ == 0) StartPage();
-  WaitForPage();
+  while (!writing_.empty()) WaitForOldestPage();
 }
 
 void ContactSheet::StartPage() {
@@ -213,18 +218,17 @@ void ContactSheet::StartPage() {
   const std::string name = SheetPageName(path_, started_);
   cv::Mat drawn = DrawSheetPage(tiles_, added_ - tiles_.size() + 1, total_, started_, pages_);
   tiles_.clear();
-  WaitForPage();
-  writing_name_ = name;
-  writing_ = std::async(std::launch::async, [name, drawn = std::move(drawn)]() {
-    WritePicture(name, drawn, "contact sheet");
-  });
+  while (writing_.size() >= writers_) WaitForOldestPage();
+  writing_.push_back({name, std::async(std::launch::async, [name, drawn = std::move(drawn)]() {
+                        WritePicture(name, drawn, "contact sheet");
+                      })});
 }
 
-void ContactSheet::WaitForPage() {
-  if (!writing_.valid()) return;
-  std::future<void> page = std::move(writing_);
-  page.get();  // throws what the write threw
-  written_.push_back(writing_name_);
+void ContactSheet::WaitForOldestPage() {
+  Writing page = std::move(writing_.front());
+  writing_.pop_front();
+  page.done.get();  // throws what the write threw
+  written_.push_back(page.name);
 }
 
 }  // namespace stripetool

@@ -10,18 +10,18 @@
 // was cut and orange when it was refused. A picture that was not read is a
 // grey tile saying "cannot read", with the reason in the band.
 //
-// The pages are written as they fill up, so that only the page being filled
-// and the one being written are held. A page is encoded and written on a
-// thread of its own while the next one fills; Add and Finish wait for the
-// page before it. The first page is the file asked for (sheet.png); the
-// others take their page number before the extension (sheet-2.png,
-// sheet-3.png, ...). Every page is written with checked writes
-// (picture_output.h); a page that cannot be written throws
+// The pages are written as they fill up: each page is encoded and written
+// on a thread of its own while the next one fills, up to `writers` pages at
+// once, so that only the page being filled and those being written are
+// held. Pages are reported written in page order. The first page is the file asked for (sheet.png);
+// the others take their page number before the extension (sheet-2.png, sheet-3.png, ...). Every
+// page is written with checked writes (picture_output.h); a page that cannot be written throws
 // std::runtime_error naming the file and the reason.
 #ifndef LASERCALI_TOOLS_STRIPE_TOOL_CONTACT_SHEET_H_
 #define LASERCALI_TOOLS_STRIPE_TOOL_CONTACT_SHEET_H_
 
 #include <cstddef>
+#include <deque>
 #include <future>
 #include <opencv2/core.hpp>
 #include <string>
@@ -67,15 +67,16 @@ cv::Mat DrawSheetPage(const std::vector<SheetTile>& tiles, std::size_t first, st
 
 class ContactSheet {
  public:
-  // A sheet at `path` for `pictures` pictures.
-  ContactSheet(std::string path, std::size_t pictures);
+  // A sheet at `path` for `pictures` pictures, writing up to `writers`
+  // pages at once.
+  ContactSheet(std::string path, std::size_t pictures, unsigned writers = 1);
 
   ~ContactSheet();
   ContactSheet(const ContactSheet&) = delete;
   ContactSheet& operator=(const ContactSheet&) = delete;
 
   // Adds the next picture; starts writing its page once the page is full.
-  // Throws when the page before could not be written.
+  // Throws when an earlier page could not be written.
   void Add(SheetTile tile);
   // Writes the last page when it is not written yet (the one page of a sheet
   // of no pictures says so) and waits until every page is written. Throws
@@ -87,17 +88,22 @@ class ContactSheet {
   const std::vector<std::string>& written() const { return written_; }
 
  private:
+  struct Writing {
+    std::string name;
+    std::future<void> done;
+  };
+
   void StartPage();
-  void WaitForPage();
+  void WaitForOldestPage();
 
   std::string path_;
   std::size_t total_;
   std::size_t pages_;
+  unsigned writers_;
   std::size_t added_ = 0;
   std::size_t started_ = 0;       // pages drawn and handed to be written
   std::vector<SheetTile> tiles_;  // of the page being filled
-  std::future<void> writing_;     // the page being written
-  std::string writing_name_;
+  std::deque<Writing> writing_;   // the pages being written, oldest first
   std::vector<std::string> written_;
 };
 
