@@ -108,6 +108,27 @@ TEST_F(ScenarioTest, ResponderSettings) {
   EXPECT_EQ(s.steps[2].responder->mode, ResponderSetting::Mode::kSilent);
 }
 
+TEST_F(ScenarioTest, AComputingResponderTakesNoAnswerAndNeitherFailsNorStaysSilent) {
+  const kivrun::Scenario s = Load(
+      R"({"responder": "plane", "compute": true, "needs": ["/tmp/left/1020.bmp"], "refuse": 4},
+         {"responder": "distance", "compute": true})");
+  ASSERT_EQ(s.steps.size(), 2u);
+  const ResponderSetting& plane = *s.steps[0].responder;
+  EXPECT_EQ(plane.mode, ResponderSetting::Mode::kCompute);
+  EXPECT_EQ(plane.needs, std::vector<std::string>{"/tmp/left/1020.bmp"});
+  EXPECT_EQ(plane.refuse, 4);
+  EXPECT_EQ(s.steps[1].responder->mode, ResponderSetting::Mode::kCompute);
+  const std::string step1 = path_ + ": step 1";
+  EXPECT_EQ(Error(R"({"responder": "plane", "compute": true, "answer": {"result": 1}})"),
+            step1 + ": a computing responder works out its answer: no \"answer\"");
+  EXPECT_EQ(Error(R"({"responder": "plane", "compute": true, "fail": 7})"),
+            step1 + ": a computing responder neither fails nor stays silent");
+  EXPECT_EQ(Error(R"({"responder": "check", "silent": true, "compute": true})"),
+            step1 + ": a computing responder neither fails nor stays silent");
+  EXPECT_EQ(Error(R"({"responder": "plane", "compute": false})"),
+            step1 + ": \"compute\" takes the value true");
+}
+
 TEST_F(ScenarioTest, ErrorsNameTheFileTheStepAndWhatIsWrong) {
   const std::string step1 = path_ + ": step 1";
   EXPECT_EQ(Error(R"({"repeat": {"send": "CAMERACALI"}, "until": {"topic": "X"}})"),

@@ -99,7 +99,9 @@ std::vector<std::string> ModifiersOf(const std::string& action) {
   if (action == "send") return {"fields", "record"};
   if (action == "repeat") return {"until", "every_ticks", "limit", "label"};
   if (action == "wait") return {"within_ticks", "label"};
-  if (action == "responder") return {"answer", "fail", "silent", "needs", "refuse", "delay_ms"};
+  if (action == "responder") {
+    return {"answer", "fail", "silent", "compute", "needs", "refuse", "delay_ms"};
+  }
   return {};
 }
 
@@ -140,6 +142,7 @@ ResponderSetting ParseResponder(const rapidjson::Value& item, const std::string&
   if (!name.IsString()) throw ScenarioError(where + ": \"responder\" needs a node name");
   setting.node = Name(name);
   int modes = 0;
+  bool computes = false;
   for (const auto& member : item.GetObject()) {
     const std::string key = Name(member.name);
     const rapidjson::Value& value = member.value;
@@ -157,6 +160,10 @@ ResponderSetting ParseResponder(const rapidjson::Value& item, const std::string&
       if (!value.IsBool() || !value.GetBool())
         throw ScenarioError(where + ": \"silent\" takes the value true");
       setting.mode = ResponderSetting::Mode::kSilent;
+    } else if (key == "compute") {
+      computes = true;
+      if (!value.IsBool() || !value.GetBool())
+        throw ScenarioError(where + ": \"compute\" takes the value true");
     } else if (key == "needs") {
       if (!value.IsArray())
         throw ScenarioError(where + ": \"needs\" needs a list of picture paths");
@@ -177,6 +184,12 @@ ResponderSetting ParseResponder(const rapidjson::Value& item, const std::string&
   }
   if (modes > 1)
     throw ScenarioError(where + ": a responder either fails or stays silent, not both");
+  if (computes && modes > 0)
+    throw ScenarioError(where + ": a computing responder neither fails nor stays silent");
+  if (computes && setting.answer) {
+    throw ScenarioError(where + ": a computing responder works out its answer: no \"answer\"");
+  }
+  if (computes) setting.mode = ResponderSetting::Mode::kCompute;
   if (setting.mode == ResponderSetting::Mode::kSilent && setting.answer) {
     throw ScenarioError(where + ": a silent responder gives no \"answer\"");
   }

@@ -70,7 +70,9 @@ struct Awaited {
 
 // How a simulated calculation node is to behave from now on.
 struct ResponderSetting {
-  enum class Mode { kAnswer, kFail, kSilent };
+  // kCompute: the answer is worked out from the pictures (the plane, check
+  // and distance nodes; docs/calibration.md).
+  enum class Mode { kAnswer, kFail, kSilent, kCompute };
   std::string node;  // plane, check, ieparam, distance, laser_power
   Mode mode = Mode::kAnswer;
   JsonText answer;                 // fields of the answer (an object)
