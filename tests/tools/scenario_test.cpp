@@ -83,7 +83,33 @@ TEST_F(ScenarioTest, WaitTakesWhatToWaitForAndHowLong) {
   EXPECT_EQ(s.steps[0].until.Describe(), "CAMERACALIRES {\"kind\":4}");
 }
 
+TEST_F(ScenarioTest, AStateTextMayBeAwaitedByItsBeginning) {
+  const kivrun::Scenario s = Load(
+      R"({"wait": {"topic": "laser_state", "fields": {"text_prefix": "2;"}}, "within_ticks": 5},
+         {"repeat": {"send": "laser_calibration", "fields": {"distance": 10}},
+          "until": {"topic": "laser_state", "fields": {"text_prefix": "2;25"}}, "limit": 3})");
+  ASSERT_EQ(s.steps.size(), 2u);
+  EXPECT_EQ(s.steps[0].until.Describe(), "laser_state {\"text_prefix\":\"2;\"}");
+  EXPECT_EQ(s.steps[1].until.fields.Parse()[kivrun::kTextPrefix].GetString(), std::string("2;25"));
+}
+
+TEST_F(ScenarioTest, TextAndTextPrefixAreNotAwaitedTogether) {
+  const std::string step1 = path_ + ": step 1";
+  EXPECT_EQ(
+      Error(R"({"wait": {"topic": "laser_state", "fields": {"text": "2;10", "text_prefix": "2;"}},
+                      "within_ticks": 5})"),
+      step1 + ": \"wait\": give \"text\" or \"text_prefix\", not both");
+  EXPECT_EQ(Error(R"({"repeat": {"send": "A"}, "limit": 2,
+                      "until": {"topic": "laser_state", "fields": {"text_prefix": "2;", "text": "2;1"}}})"),
+            step1 + ": \"until\": give \"text\" or \"text_prefix\", not both");
+  EXPECT_EQ(
+      Error(
+          R"({"wait": {"topic": "laser_state", "fields": {"text_prefix": 2}}, "within_ticks": 5})"),
+      step1 + ": \"wait\": \"text_prefix\" needs a text");
+}
+
 TEST_F(ScenarioTest, ResponderSettings) {
+
   const kivrun::Scenario s = Load(
       R"({"responder": "plane", "answer": {"result": 1}, "needs": ["/tmp/a.bmp"], "refuse": 9,
           "delay_ms": 30},

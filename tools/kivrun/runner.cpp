@@ -44,10 +44,23 @@ std::string JsonText(const rapidjson::Value& value) {
   return buffer.GetString();
 }
 
+std::string Text(const rapidjson::Value& value) {
+  return std::string(value.GetString(), value.GetStringLength());
+}
+
 // True when `decoded` has every member of `wanted` with the same value; a
-// list in `wanted` matches the leading elements of the decoded array.
+// list in `wanted` matches the leading elements of the decoded array, and
+// "text_prefix" a "text" that begins with it.
 bool FieldsMatch(const rapidjson::Value& wanted, const rapidjson::Value& decoded) {
   for (const auto& member : wanted.GetObject()) {
+    if (Text(member.name) == kTextPrefix) {
+      const auto text = decoded.FindMember("text");
+      if (text == decoded.MemberEnd() || !text->value.IsString() ||
+          Text(text->value).rfind(Text(member.value), 0) != 0) {
+        return false;
+      }
+      continue;
+    }
     auto it = decoded.FindMember(member.name);
     if (it == decoded.MemberEnd()) return false;
     const rapidjson::Value& have = it->value;
@@ -551,8 +564,20 @@ int Run::Await(const Step& step) {
   const RecordLayout& layout = *watched_.at(awaited.topic);
   const rapidjson::Document wanted = awaited.fields.Parse();
   try {
+    // "text_prefix" stands for the state text: probe with a text instead.
+    rapidjson::Document probe_fields;
+    probe_fields.CopyFrom(wanted, probe_fields.GetAllocator());
+    const auto prefix = probe_fields.FindMember(kTextPrefix);
+    if (prefix != probe_fields.MemberEnd()) {
+      if (*layout.type != typeid(kiv_msg_laser_state)) {
+        throw std::invalid_argument(std::string("\"") + kTextPrefix +
+                                    "\" matches the state text of kiv_msg_laser_state; " +
+                                    layout.name + " has no text");
+      }
+      probe_fields.EraseMember(prefix);
+    }
     std::shared_ptr<void> probe = layout.make();
-    EncodeFields(layout, wanted, probe.get());
+    EncodeFields(layout, probe_fields, probe.get());
   } catch (const std::invalid_argument& e) {
     return Fail(step, kScenarioError, "\"until\" on " + awaited.topic + ": " + e.what());
   }

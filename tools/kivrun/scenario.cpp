@@ -122,6 +122,14 @@ Awaited ParseAwaited(const rapidjson::Value& value, const std::string& where, co
     if (name == "topic" && member.value.IsString() && member.value.GetStringLength() > 0) {
       awaited.topic = Name(member.value);
     } else if (name == "fields" && member.value.IsObject()) {
+      const rapidjson::Value* prefix = Member(member.value, kTextPrefix);
+      if (prefix && !prefix->IsString()) {
+        throw ScenarioError(where + ": " + what + ": \"" + kTextPrefix + "\" needs a text");
+      }
+      if (prefix && Member(member.value, "text")) {
+        throw ScenarioError(where + ": " + what + ": give \"text\" or \"" + kTextPrefix +
+                            "\", not both");
+      }
       awaited.fields = JsonText::Of(member.value);
     } else if (name == "topic" || name == "fields") {
       throw ScenarioError(where + ": " + what + ": \"" + name + "\" needs " +

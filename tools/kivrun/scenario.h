@@ -60,7 +60,9 @@ class JsonText {
 
 // What a "repeat" or "wait" step waits for: a publication of the node on
 // `topic` whose decoded fields include every member of `fields` (a list
-// matches the leading elements of an array field).
+// matches the leading elements of an array field). The member "text_prefix"
+// (kTextPrefix) stands for a state text that begins with the given text; it
+// never comes together with "text".
 struct Awaited {
   std::string topic;
   JsonText fields;  // an object
@@ -114,6 +116,9 @@ struct Step {
   int64_t limit = 0;                                  // kRepeat: most requests; kWait: most ticks
   std::shared_ptr<const ResponderSetting> responder;  // kResponder
 };
+
+// The member of an awaited state text that matches by its beginning.
+inline constexpr char kTextPrefix[] = "text_prefix";
 
 // A tick of the "repeat" and "wait" steps: one period of the node's frame
 // timer, 10 ms of main loop time.
