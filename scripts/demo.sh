@@ -14,36 +14,74 @@
 #   SCENARIO    another round, e.g. scenarios/app_round.json
 #               (default: scenarios/factory_plane_round.json)
 # Exit code 0 only when the round reached its final result.
+#
+# It says what it is doing, one line a stage ("demo.sh: building ...").
+# LASERCALI_BUILD_DIR names another build folder than build/.
 set -eu
 cd "$(dirname "$0")/.."
 
+# One line a stage, so that a first run, which installs and builds for
+# minutes, does not sit there silent.
+say() { echo "demo.sh: $*"; }
+
+usage() { sed -n '2,/^set/p' "$0" | grep '^#' | sed 's/^# \{0,1\}//'; }
+
+build=${LASERCALI_BUILD_DIR:-build}
+out=out
 echo_lines="--echo"
 realtime=""
 scenario="scenarios/factory_plane_round.json"
-for arg in "$@"; do
-  case "$arg" in
+while [ $# -gt 0 ]; do
+  case "$1" in
     --quiet) echo_lines="" ;;
     --realtime) realtime="--realtime" ;;
-    -h|--help) sed -n '2,/^set/p' "$0" | grep '^#' | sed 's/^# \{0,1\}//'; exit 0 ;;
-    -*) echo "demo.sh: unknown option $arg (try --help)" >&2; exit 2 ;;
-    *) scenario="$arg" ;;
+    -h|--help) usage; exit 0 ;;
+    -*) echo "demo.sh: unknown option $1 (try --help)" >&2; exit 2 ;;
+    *) scenario="$1" ;;
   esac
+  shift
 done
 [ -f "$scenario" ] || { echo "demo.sh: no scenario $scenario" >&2; exit 2; }
 
-. scripts/deps.sh
-lasercali_install_deps
+# The packages the build needs; only missing ones are installed.
+install_packages() {
+  . scripts/deps.sh
+  lasercali_announce_install() { say "installing$1"; }
+  lasercali_install_deps
+}
 
-cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build build -j"$(nproc 2>/dev/null || echo 2)" --target kivrun lasercali >/dev/null
+# kivrun and the plug-in, in $build.
+build_kivrun() {
+  say "configuring $build/"
+  cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+  say "building (first time takes a few minutes)"
+  cmake --build "$build" -j"$(nproc 2>/dev/null || echo 2)" --target kivrun lasercali >/dev/null
+}
 
-mkdir -p out
-rm -rf out/pictures
-name=$(basename "$scenario" .json)
-echo "== $scenario"
-status=0
-build/tools/kivrun/kivrun $echo_lines $realtime --progress --log "out/$name.jsonl" \
-  --report out/report --pictures-out out/pictures "$scenario" || status=$?
-echo "== event log: out/$name.jsonl; picture report: out/report/report.md, out/report/pictures.png;"
-echo "   the node's pictures (written to its private /tmp): out/pictures/"
+# What the round is called in the stage line.
+round_name() {
+  case "$1" in
+    scenarios/factory_plane_round.json) echo "the factory round" ;;
+    *) echo "$1" ;;
+  esac
+}
+
+# Plays the round: the event log, the picture report and the node's
+# pictures go to $out. Sets `status` to kivrun's exit code.
+play() {
+  mkdir -p "$out"
+  rm -rf "$out/pictures"
+  name=$(basename "$1" .json)
+  say "playing $(round_name "$1")"
+  echo "== $1"
+  status=0
+  "$build/tools/kivrun/kivrun" $echo_lines $realtime --progress --log "$out/$name.jsonl" \
+    --report "$out/report" --pictures-out "$out/pictures" "$1" || status=$?
+  echo "== event log: $out/$name.jsonl; picture report: $out/report/report.md, $out/report/pictures.png;"
+  echo "   the node's pictures (written to its private /tmp): $out/pictures/"
+}
+
+install_packages
+build_kivrun
+play "$scenario"
 exit $status
