@@ -98,6 +98,7 @@ Pose RandomPose(uint64_t seed) {
   pose.noise = 0.5 + 2.5 * draw.Unit();
   pose.ambient = 20 * draw.Unit();
   pose.seed = draw.Next() >> 1;
+  pose.wall = 10 + 30 * draw.Unit();
   return pose;
 }
 

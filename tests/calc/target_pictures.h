@@ -48,11 +48,13 @@ class TargetPictures {
 // A laser pose of the accuracy run: each laser's yaw within +-5 degrees and
 // roll within +-3 degrees of the default, its emitter within +-1 cm of the
 // default in x, y and z; camera noise from 0.5 to 3 and ambient light from
-// 0 to 20 (the clean range: one stripe a row, never saturated).
+// 0 to 20 (the clean range: one stripe a row, never saturated); and a wall
+// for the distance check between 10 and 40 cm.
 struct Pose {
   sunxi_cam::sim::LaserModel left, right;
   double noise = 2, ambient = 0;
-  uint64_t seed = 1;  // the picture noise's seed
+  uint64_t seed = 1;   // the picture noise's seed
+  double wall = 27.5;  // cm
 };
 Pose RandomPose(uint64_t seed);
 // Puts the pose into the simulator's scene (the rest of the scene stays).
