@@ -1,96 +1,120 @@
-// stripe-inspect: runs the calibration node's laser stripe cut on a picture
-// file and reports what the node would do with it. See docs/stripe-tool.md.
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
+// stripe-inspect: runs the calibration node's laser stripe cut on picture
+// files and reports what the node would do with each. See docs/stripe-tool.md.
+#include <sched.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <iostream>
 #include <opencv2/core.hpp>
 #include <opencv2/core/utils/logger.hpp>
-#include <opencv2/imgcodecs.hpp>
-#include <opencv2/imgproc.hpp>
 #include <optional>
-#include <sstream>
 #include <stdexcept>
+#include <streambuf>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "src/caligetpic.h"
 #include "src/stripecut.h"
 #include "tools/command_line.h"
 #include "tools/kivrun/output_file.h"
+#include "tools/stripe_tool/contact_sheet.h"
+#include "tools/stripe_tool/in_order.h"
+#include "tools/stripe_tool/inspection.h"
 #include "tools/stripe_tool/overlay.h"
 #include "tools/stripe_tool/picture_input.h"
+#include "tools/stripe_tool/picture_list.h"
+#include "tools/stripe_tool/picture_output.h"
 #include "tools/version.h"
 
 namespace {
 
 using kivplugcali::StripeCut;
-using kivplugcali::StripeCutStop;
+using stripetool::Inspection;
 
-constexpr const char* kUsage = R"(Usage: stripe-inspect IMAGE [options]
+constexpr const char* kUsage = R"(Usage: stripe-inspect IMAGE|FOLDER... [options]
 
-Runs the calibration node's laser stripe cut on IMAGE and reports what the
-node would do with the picture: cut it and store the cut picture, or refuse
-it (two stripes, too few points, no cut line). IMAGE is any picture file
-OpenCV reads, 640 x 480 with one 8-bit channel.
+Runs the calibration node's laser stripe cut on pictures and reports what the
+node would do with each: cut it and store the cut picture, or refuse it (two
+stripes, too few points, no cut line). A picture is a BMP or PNG file,
+640 x 480 with one 8-bit channel.
+
+One IMAGE: the report of that picture. Several, or a FOLDER, or --csv or
+--sheet: a line per picture, in the order given, then a summary: how many
+pictures had each outcome, and which were refused or could not be read, and
+why. A FOLDER stands for its .bmp and .png files and those of its
+subfolders, in name order (numbers by their value: 500.bmp before 1000.bmp).
 
 Options:
-  --side left|right   laser that took the picture: left walks each row from
+  --side left|right   laser that took the pictures: left walks each row from
                       the left (mode 1), right from the right (mode 8);
-                      default left
-  --distance D        working distance of the picture, 0 to 65535; default 20
+                      default: the laser the picture's path names (the last
+                      of the words left, right, LL, RR in it, as in
+                      /tmp/RR.bmp or right/3000.bmp), else left
+  --distance D        working distance of the pictures, 0 to 65535; default 20
   --delt N            offset added to the picture number, 0 to 65535;
                       default 0 (the picture number is D * 100 + N)
   --overlay OUT.png   write a colour picture of the scanned rows, the stripe
                       points, the slope checks, the cut line and the kept
-                      region
+                      region (the report of one IMAGE only)
   --out FILE          write the cut picture exactly as the node stores it
                       (only when the picture is cut; use a .bmp name for the
-                      node's file form)
-  --json              print the report as one JSON object
+                      node's file form; the report of one IMAGE only)
+  --sheet OUT.png     write a contact sheet: every picture's overlay, with
+                      its path and outcome, and a legend of the marks; 40
+                      pictures a page: OUT.png, then OUT-2.png, OUT-3.png...
+  --json              print each picture as one JSON object on a line
+  --csv               print a CSV header, then a row per picture
+  -j, --jobs N        inspect N pictures at once, 1 to 256; default: one per
+                      processor. The output is the same for every N
   --gray              convert a colour picture to gray before the cut
   -h, --help          show this help and exit
   --version           show the version and exit
 
-Options may come before or after IMAGE. A value follows its option as
-"--distance 30" or "--distance=30"; D and N are plain decimal digits (no
-sign, blank, 0x, fraction or exponent). A long option may be shortened to
-any prefix that names only it ("--dist" for --distance); "--" ends the
-options.
+Options may come before or after the pictures. A value follows its option as
+"--distance 30" or "--distance=30"; D, N and the jobs are plain decimal
+digits (no sign, blank, 0x, fraction or exponent). A long option may be
+shortened to any prefix that names only it ("--dist" for --distance); "--"
+ends the options.
 
-The exit status is 0 whatever the outcome of the cut; 1 when the picture
-cannot be read, has the wrong shape, or an output cannot be written; 2 for
-bad options.
+The exit status is 0 when every picture was read and every output written,
+whatever the outcome of the cuts; 1 when a picture cannot be read or has the
+wrong shape, or an output cannot be written; 2 for bad options.
 )";
 
 struct Options {
-  std::string image;
-  int mode = kivplugcali::kStripeWalkLeft;
+  std::vector<std::string> pictures;  // files and folders, as given
+  std::optional<int> mode;            // --side
   uint16_t distance = 20;
   uint16_t delt = 0;
   std::string overlay;
   std::string out;
+  std::string sheet;
   bool json = false;
+  bool csv = false;
   bool gray = false;
-  bool version = false;  // --version: show it, do nothing else
+  unsigned jobs = 0;  // 0: one per processor
+  bool list = false;  // a list and its summary, not the report of one picture
+  bool version = false;
 };
 
 // The options, as getopt_long reads them. A long option without a short name
 // gets an id above 255.
 enum OptionId {
   kHelp = 'h',
+  kJobs = 'j',
   kSide = 256,
   kDistance,
   kDelt,
   kOverlay,
   kOut,
+  kSheet,
   kJson,
+  kCsv,
   kGray,
   kVersion,
 };
@@ -98,24 +122,46 @@ enum OptionId {
 constexpr char kWholeNumber[] = "a whole number from 0 to 65535";
 
 const std::vector<toolcli::Option> kOptions = {
-    {"side", 0, "left or right", kSide}, {"distance", 0, kWholeNumber, kDistance},
-    {"delt", 0, kWholeNumber, kDelt},    {"overlay", 0, "a file name", kOverlay},
-    {"out", 0, "a file name", kOut},     {"json", 0, nullptr, kJson},
-    {"gray", 0, nullptr, kGray},         {"help", 'h', nullptr, kHelp},
+    {"side", 0, "left or right", kSide},
+    {"distance", 0, kWholeNumber, kDistance},
+    {"delt", 0, kWholeNumber, kDelt},
+    {"overlay", 0, "a file name", kOverlay},
+    {"out", 0, "a file name", kOut},
+    {"sheet", 0, "a file name", kSheet},
+    {"json", 0, nullptr, kJson},
+    {"csv", 0, nullptr, kCsv},
+    {"jobs", 'j', "a whole number from 1 to 256", kJobs},
+    {"gray", 0, nullptr, kGray},
+    {"help", 'h', nullptr, kHelp},
     {"version", 0, nullptr, kVersion},
 };
 
 // A number option's value: plain decimal digits and nothing else (no sign,
-// blank, base prefix, fraction or exponent), from 0 to 65535.
-uint16_t ParseU16(const toolcli::CommandLine& command_line, int id, const std::string& text) {
+// blank, base prefix, fraction or exponent), from `low` to `high`.
+long ParseNumber(const toolcli::CommandLine& command_line, int id, const std::string& text,
+                 long low, long high) {
   if (text.empty()) throw toolcli::UsageError(command_line.BadValue(id, text));
   long value = 0;
   for (const char c : text) {
     if (c < '0' || c > '9') throw toolcli::UsageError(command_line.BadValue(id, text));
     value = value * 10 + (c - '0');
-    if (value > 65535) throw toolcli::UsageError(command_line.BadValue(id, text));
+    if (value > high) throw toolcli::UsageError(command_line.BadValue(id, text));
   }
-  return static_cast<uint16_t>(value);
+  if (value < low) throw toolcli::UsageError(command_line.BadValue(id, text));
+  return value;
+}
+
+// --overlay and --out go with the report of one picture: the message for
+// the option `name` when the command line asks for a list.
+std::string OnePictureOnly(const std::string& name, const Options& options, const char* hint) {
+  if (options.pictures.size() > 1) {
+    return name + " needs one picture, not " + std::to_string(options.pictures.size()) + hint;
+  }
+  if (stripetool::IsFolder(options.pictures[0])) {
+    return name + " needs one picture, and '" + options.pictures[0] + "' is a folder" + hint;
+  }
+  return name + " goes with the report of one picture, not with " +
+         (options.csv ? "--csv" : "--sheet");
 }
 
 // Returns nullopt when help was asked for; throws toolcli::UsageError.
@@ -141,10 +187,13 @@ std::optional<Options> ParseArgs(int argc, char** argv) {
         }
         break;
       case kDistance:
-        options.distance = ParseU16(command_line, id, value);
+        options.distance = static_cast<uint16_t>(ParseNumber(command_line, id, value, 0, 65535));
         break;
       case kDelt:
-        options.delt = ParseU16(command_line, id, value);
+        options.delt = static_cast<uint16_t>(ParseNumber(command_line, id, value, 0, 65535));
+        break;
+      case kJobs:
+        options.jobs = static_cast<unsigned>(ParseNumber(command_line, id, value, 1, 256));
         break;
       case kOverlay:
         options.overlay = value;
@@ -152,253 +201,265 @@ std::optional<Options> ParseArgs(int argc, char** argv) {
       case kOut:
         options.out = value;
         break;
+      case kSheet:
+        options.sheet = value;
+        break;
       case kJson:
         options.json = true;
+        break;
+      case kCsv:
+        options.csv = true;
         break;
       case kGray:
         options.gray = true;
         break;
     }
   }
-  const std::vector<std::string>& pictures = command_line.Operands();
-  if (pictures.empty()) throw toolcli::UsageError("no picture given");
-  if (pictures.size() > 1) {
-    throw toolcli::UsageError("one picture at a time; '" + pictures[1] + "' is one too many");
+  options.pictures = command_line.Operands();
+  if (options.pictures.empty()) throw toolcli::UsageError("no picture given");
+  if (options.csv && options.json) throw toolcli::UsageError("--csv and --json do not go together");
+  options.list = options.pictures.size() > 1 || stripetool::IsFolder(options.pictures[0]) ||
+                 options.csv || !options.sheet.empty();
+  if (options.list && !options.overlay.empty()) {
+    throw toolcli::UsageError(OnePictureOnly("--overlay", options, " (--sheet draws many)"));
   }
-  options.image = pictures[0];
+  if (options.list && !options.out.empty()) {
+    throw toolcli::UsageError(OnePictureOnly("--out", options, ""));
+  }
   return options;
 }
 
-// The report, as both the text and the JSON output show it.
-struct Report {
-  std::string outcome;  // key for JSON
-  std::string words;    // for people
-  std::optional<int> points, num2, G, cut_line, two_stripe_row;
-  int first_peak = -1;
-  int second_peak = -1;
-  int slope_checks = 0;
-  int steep_checks = 0;
-  int stray_points = 0;
-  std::string scan_file;
-  std::optional<std::string> file;
-};
-
-Report MakeReport(const StripeCut& cut, const Options& options) {
-  Report report;
-  report.scan_file = kivplugcali::StripeScanFile(options.mode);
-  if (cut.stop != StripeCutStop::kTwoStripes) report.points = static_cast<int>(cut.points.size());
-  if (!cut.roles.empty()) {
-    report.num2 = cut.num2;
-    report.G = cut.G;
-  }
-  if (cut.cut_found) report.cut_line = cut.cut_line;
-  report.slope_checks = static_cast<int>(cut.checks.size());
-  for (const auto& check : cut.checks) report.steep_checks += check.k1 > 3 ? 1 : 0;
-  for (auto role : cut.roles) {
-    report.stray_points += role == kivplugcali::StripePointRole::kStray ? 1 : 0;
-  }
-
-  switch (cut.stop) {
-    case StripeCutStop::kCut:
-      report.outcome = "cut";
-      break;
-    case StripeCutStop::kTwoStripes:
-      report.outcome = "two_stripes";
-      report.two_stripe_row = cut.two_stripe_row;
-      report.first_peak = cut.first_peak_col;
-      report.second_peak = cut.second_peak_col;
-      break;
-    case StripeCutStop::kTooFewPoints:
-      report.outcome = "too_few_points";
-      break;
-    case StripeCutStop::kNoCutLine:
-      report.outcome = "no_cut_line";
-      break;
-    case StripeCutStop::kCutRefused:
-      report.outcome = "cut_refused";
-      break;
-  }
-  report.words = stripeinspect::DescribeCut(cut);
-
-  if (cut.result == 0) {
-    char name[128];
-    kivplugcali::FormatStripeCutFile(name, sizeof(name),
-                                     options.mode == kivplugcali::kStripeWalkLeft
-                                         ? kivplugcali::left_path
-                                         : kivplugcali::right_path,
-                                     options.distance, options.delt);
-    report.file = name;
-  }
-  return report;
+// The laser of a picture: --side, else the one its path names, else left.
+int ModeOf(const Options& options, const std::string& path) {
+  if (options.mode) return *options.mode;
+  return stripetool::LaserInPath(path).value_or(kivplugcali::kStripeWalkLeft);
 }
 
-std::string SideName(int mode) { return mode == kivplugcali::kStripeWalkLeft ? "left" : "right"; }
-
-void PrintJson(const Report& report, const StripeCut& cut, const Options& options) {
-  rapidjson::StringBuffer buffer;
-  rapidjson::Writer<rapidjson::StringBuffer> json(buffer);
-  auto optional_int = [&json](const char* key, const std::optional<int>& value) {
-    json.Key(key);
-    if (value) {
-      json.Int(*value);
-    } else {
-      json.Null();
-    }
-  };
-  json.StartObject();
-  json.Key("image");
-  json.String(options.image.c_str());
-  json.Key("side");
-  json.String(SideName(options.mode).c_str());
-  json.Key("mode");
-  json.Int(options.mode);
-  json.Key("distance");
-  json.Uint(options.distance);
-  json.Key("delt");
-  json.Uint(options.delt);
-  json.Key("result");
-  json.Uint(cut.result);
-  json.Key("outcome");
-  json.String(report.outcome.c_str());
-  json.Key("description");
-  json.String(report.words.c_str());
-  optional_int("points", report.points);
-  optional_int("num2", report.num2);
-  optional_int("G", report.G);
-  optional_int("cut_line", report.cut_line);
-  optional_int("two_stripe_row", report.two_stripe_row);
-  json.Key("two_stripe_peaks");
-  if (report.two_stripe_row) {
-    json.StartArray();
-    json.Int(report.first_peak);
-    json.Int(report.second_peak);
-    json.EndArray();
-  } else {
-    json.Null();
-  }
-  json.Key("slope_checks");
-  json.Int(report.slope_checks);
-  json.Key("steep_checks");
-  json.Int(report.steep_checks);
-  json.Key("stray_points");
-  json.Int(report.stray_points);
-  json.Key("scan_file");
-  json.String(report.scan_file.c_str());
-  json.Key("file");
-  if (report.file) {
-    json.String(report.file->c_str());
-  } else {
-    json.Null();
-  }
-  json.EndObject();
-  std::cout << buffer.GetString() << "\n";
+const std::string& NodeFolder(int mode) {
+  return mode == kivplugcali::kStripeWalkLeft ? kivplugcali::left_path : kivplugcali::right_path;
 }
 
-void PrintText(const Report& report, const StripeCut& cut, const Options& options) {
-  auto value = [](const std::optional<int>& v) {
-    return v ? std::to_string(*v) : std::string("-");
-  };
-  std::cout << "picture      " << options.image << " (" << SideName(options.mode) << " laser, mode "
-            << options.mode << ")\n"
-            << "outcome      " << report.words << "\n"
-            << "result       " << int(cut.result) << "\n"
-            << "points       " << value(report.points) << "\n"
-            << "num2         " << value(report.num2) << "\n"
-            << "G            " << value(report.G) << "\n"
-            << "cut line     " << value(report.cut_line) << "\n"
-            << "slope checks " << report.slope_checks << " (" << report.steep_checks
-            << " steep), stray points " << report.stray_points << "\n"
-            << "scan file    " << report.scan_file << "\n"
-            << "file         " << (report.file ? *report.file : std::string("none (not cut)"))
-            << "\n";
-}
-
-// Encodes the picture in the format its file name asks for and writes it;
-// every write is checked, so a full disk is reported, not a short file.
-void Write(const std::string& path, const cv::Mat& picture, const char* what) {
-  const std::string where = std::string("cannot write the ") + what + " to '" + path + "': ";
-  const std::size_t dot = path.rfind('.');
-  if (dot == std::string::npos || path.find('/', dot) != std::string::npos) {
-    throw std::runtime_error(where +
-                             "the file name has no extension (.png, .bmp, ...) to choose "
-                             "the picture format");
+// The processors this process may run on.
+unsigned Processors() {
+  cpu_set_t set;
+  CPU_ZERO(&set);
+  if (sched_getaffinity(0, sizeof(set), &set) == 0 && CPU_COUNT(&set) > 0) {
+    return static_cast<unsigned>(CPU_COUNT(&set));
   }
-  std::vector<uchar> bytes;
-  bool encoded = false;
-  try {
-    encoded = cv::imencode(path.substr(dot), picture, bytes);
-  } catch (const cv::Exception&) {
-    encoded = false;
-  }
-  if (!encoded) {
-    throw std::runtime_error(where + "no picture format for the extension '" + path.substr(dot) +
-                             "'");
-  }
-  std::string reason;
-  if (!kivrun::WriteWholeFile(path, bytes.data(), bytes.size(), &reason)) {
-    throw std::runtime_error(where + reason);
-  }
+  return std::max(1u, std::thread::hardware_concurrency());
 }
 
 // After the report, help or version: every byte must have reached standard output.
-int StdoutWritten(int code) {
+int StdoutWritten(std::ostream& err, int code) {
   std::cout.flush();
   if (std::fflush(stdout) == 0 && std::cout && !std::ferror(stdout)) return code;
-  std::cerr << "stripe-inspect: cannot write standard output: " << std::strerror(errno) << "\n";
+  err << "stripe-inspect: cannot write standard output: " << std::strerror(errno) << "\n";
   return 1;
 }
 
-int Run(const Options& options) {
-  const cv::Mat picture = stripetool::ReadPicture(options.image, options.gray);
+// The report of one picture, with its overlay and cut picture when asked.
+int RunOne(const Options& options, std::ostream& err) {
+  const std::string& image = options.pictures[0];
+  const int mode = ModeOf(options, image);
+  const cv::Mat picture = stripetool::ReadPicture(image, options.gray);
   StripeCut cut;
-  kivplugcali::CutStripe(picture, options.mode, &cut);
-  const Report report = MakeReport(cut, options);
+  kivplugcali::CutStripe(picture, mode, &cut);
+  const Inspection inspection =
+      stripetool::Describe(cut, image, mode, options.distance, options.delt, NodeFolder(mode));
 
   if (!options.overlay.empty()) {
-    const std::string caption = SideName(options.mode) + ": " + report.words;
-    Write(options.overlay, stripeinspect::DrawOverlay(picture, cut, caption), "overlay");
+    const std::string caption = stripetool::SideName(mode) + ": " + inspection.words;
+    stripetool::WritePicture(options.overlay, stripeinspect::DrawOverlay(picture, cut, caption),
+                             "overlay");
   }
   if (!options.out.empty()) {
     if (cut.result == 0) {
-      Write(options.out, cut.picture, "cut picture");
+      stripetool::WritePicture(options.out, cut.picture, "cut picture");
     } else {
-      std::cerr << "stripe-inspect: the picture was not cut; " << options.out
-                << " is not written\n";
+      err << "stripe-inspect: the picture was not cut; " << options.out << " is not written\n";
     }
   }
-
-  if (options.json) {
-    PrintJson(report, cut, options);
-  } else {
-    PrintText(report, cut, options);
-  }
+  std::cout << (options.json ? stripetool::JsonLine(inspection)
+                             : stripetool::TextReport(inspection));
   return 0;
+}
+
+// One picture of a list, as the worker threads leave it.
+struct Inspected {
+  Inspection inspection;
+  stripetool::SheetTile tile;  // when there is a sheet
+};
+
+Inspected InspectEntry(const Options& options, const stripetool::ListEntry& entry) {
+  Inspected done;
+  const int mode = ModeOf(options, entry.path);
+  done.tile.path = entry.path;
+  cv::Mat picture;
+  std::string problem = entry.problem;
+  if (problem.empty()) {
+    try {
+      picture = stripetool::ReadPicture(entry.path, options.gray);
+    } catch (const std::runtime_error& e) {
+      problem = e.what();
+    }
+  }
+  if (!problem.empty()) {
+    done.inspection =
+        stripetool::Unreadable(entry.path, mode, options.distance, options.delt, problem);
+    done.tile.caption = problem;
+    return done;
+  }
+  StripeCut cut;
+  kivplugcali::CutStripe(picture, mode, &cut);
+  done.inspection =
+      stripetool::Describe(cut, entry.path, mode, options.distance, options.delt, NodeFolder(mode));
+  if (!options.sheet.empty()) {
+    done.tile.kind =
+        cut.result == 0 ? stripetool::SheetTile::Kind::kCut : stripetool::SheetTile::Kind::kRefused;
+    done.tile.caption = stripetool::SideName(mode) + ": " + done.inspection.words;
+    done.tile.thumb = stripetool::SheetThumbnail(stripeinspect::DrawOverlay(picture, cut, ""));
+  }
+  return done;
+}
+
+// "s.png", "s.png and s-2.png", "s.png, s-2.png ... s-7.png (7 pages)".
+std::string PageNames(const std::vector<std::string>& pages) {
+  if (pages.size() == 1) return pages[0];
+  if (pages.size() == 2) return pages[0] + " and " + pages[1];
+  return pages[0] + ", " + pages[1] + " ... " + pages.back() + " (" + std::to_string(pages.size()) +
+         " pages)";
+}
+
+// A line (or row, or JSON object) per picture, in the order given, and the
+// summary; the contact sheet when asked.
+int RunList(const Options& options, std::ostream& err) {
+  if (!options.sheet.empty()) {
+    const std::string problem = stripetool::PictureNameProblem(options.sheet, "contact sheet");
+    if (!problem.empty()) {
+      err << "stripe-inspect: " << problem << "\n";
+      return 1;
+    }
+  }
+  const stripetool::PictureList list = stripetool::ListPictures(options.pictures);
+  std::size_t path_width = std::string("picture").size();
+  for (const auto& entry : list.entries) path_width = std::max(path_width, entry.path.size());
+  path_width = std::min<std::size_t>(path_width, 60);
+
+  // Each picture's lines are flushed as they are written, so that a reader
+  // sees them come, and a full disk stops the run at once.
+  kivrun::OutputFile standard_output(STDOUT_FILENO);
+  std::ostream out(&standard_output);
+  if (options.csv) {
+    out << stripetool::CsvHeader();
+  } else if (!options.json) {
+    out << stripetool::ListHeader(path_width);
+  }
+
+  stripetool::Tally tally(path_width);
+  tally.PassedOver(list.passed_over);
+  const unsigned jobs = options.jobs > 0 ? options.jobs : Processors();
+  // Encoding a page takes longer than inspecting its 40 pictures: pages are
+  // written on threads of their own, as many at once as there are jobs, up
+  // to four pages (about 14 MB each) held at a time.
+  std::optional<stripetool::ContactSheet> sheet;
+  if (!options.sheet.empty()) sheet.emplace(options.sheet, list.entries.size(), std::min(jobs, 4u));
+  bool sheet_failed = false;
+  auto sheet_error = [&](const std::runtime_error& e) {
+    err << "stripe-inspect: " << e.what() << "\n";
+    sheet_failed = true;
+  };
+
+  stripetool::RunInOrder(
+      list.entries.size(), jobs, 8 * static_cast<std::size_t>(jobs) + 8,
+      [&](std::size_t i) { return InspectEntry(options, list.entries[i]); },
+      [&](std::size_t, Inspected&& done) {
+        const Inspection& inspection = done.inspection;
+        if (options.csv) {
+          out << stripetool::CsvRow(inspection);
+        } else if (options.json) {
+          out << stripetool::JsonLine(inspection);
+        } else {
+          out << stripetool::ListLine(inspection, path_width);
+        }
+        out.flush();
+        if (!standard_output.ok()) return false;
+        tally.Add(inspection);
+        if (sheet && !sheet_failed) {
+          try {
+            sheet->Add(std::move(done.tile));
+          } catch (const std::runtime_error& e) {
+            sheet_error(e);
+          }
+        }
+        return true;
+      });
+  if (sheet && !sheet_failed && standard_output.ok()) {
+    try {
+      sheet->Finish();
+    } catch (const std::runtime_error& e) {
+      sheet_error(e);
+    }
+  }
+  if (!options.csv && !options.json) {
+    out << tally.Text();
+    if (sheet && !sheet_failed) out << "contact sheet: " << PageNames(sheet->written()) << "\n";
+  }
+  if (!standard_output.Close()) {
+    err << "stripe-inspect: cannot write standard output: " << standard_output.reason() << "\n";
+    return 1;
+  }
+  if (tally.unread() > 0) {
+    err << "stripe-inspect: " << tally.unread() << " of " << tally.pictures()
+        << (tally.pictures() == 1 ? " picture" : " pictures") << " could not be read\n";
+  }
+  return tally.unread() > 0 || sheet_failed ? 1 : 0;
+}
+
+// A stream buffer that drops what is written to it.
+class Discard : public std::streambuf {
+ protected:
+  int_type overflow(int_type c) override { return traits_type::not_eof(c); }
+  std::streamsize xsputn(const char*, std::streamsize count) override { return count; }
+};
+
+int Main(int argc, char** argv, std::ostream& err) {
+  std::optional<Options> options;
+  try {
+    options = ParseArgs(argc, argv);
+  } catch (const toolcli::UsageError& e) {
+    toolcli::ReportUsageError(err, "stripe-inspect", e.what());
+    return 2;
+  }
+  if (!options) {
+    std::cout << kUsage;
+    return StdoutWritten(err, 0);
+  }
+  if (options->version) {
+    toolcli::PrintVersion(std::cout, "stripe-inspect");
+    return StdoutWritten(err, 0);
+  }
+  try {
+    if (options->list) return RunList(*options, err);
+    return StdoutWritten(err, RunOne(*options, err));
+  } catch (const std::exception& e) {
+    err << "stripe-inspect: " << e.what() << "\n";
+    return 1;
+  }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  // The tool reports read and write failures itself.
+  // The tool reports read and write failures itself, naming the file. The
+  // decoders write their own complaints to std::cerr, without the file's
+  // name and from any thread: std::cerr is silenced, and the tool writes to
+  // standard error through a stream of its own.
   cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_ERROR);
-  std::optional<Options> options;
-  try {
-    options = ParseArgs(argc, argv);
-  } catch (const toolcli::UsageError& e) {
-    toolcli::ReportUsageError(std::cerr, "stripe-inspect", e.what());
-    return 2;
-  }
-  if (!options) {
-    std::cout << kUsage;
-    return StdoutWritten(0);
-  }
-  if (options->version) {
-    toolcli::PrintVersion(std::cout, "stripe-inspect");
-    return StdoutWritten(0);
-  }
-  try {
-    return StdoutWritten(Run(*options));
-  } catch (const std::exception& e) {
-    std::cerr << "stripe-inspect: " << e.what() << "\n";
-    return 1;
-  }
+  Discard discard;
+  std::ostream err(std::cerr.rdbuf());
+  std::cerr.rdbuf(&discard);
+  const int code = Main(argc, argv, err);
+  err.flush();
+  std::cerr.rdbuf(err.rdbuf());
+  return code;
 }
