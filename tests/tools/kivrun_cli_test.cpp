@@ -1,5 +1,6 @@
 // kivrun's command line, run as a program: values after "=" or as the next
-// argument, prefixes, "--", help, and the messages of a bad command line.
+// argument, prefixes, "--", help, and the messages of a bad command line;
+// the echo of the node's console lines, folded or raw.
 //
 // The runs that get as far as the node use a configuration without
 // "delt_app": the plug-in loads and the builder is called with it, then the
@@ -163,7 +164,10 @@ TEST_F(KivrunCliTest, BadCommandLinesNameTheProblem) {
   ExpectUsageError("--config=" + config_ + log + " --plugin", "--plugin needs a path");
   ExpectUsageError("--config=" + config_ + log + " --trace-times", "--trace-times needs a file");
   ExpectUsageError("--config=" + config_ + " --log=", "--log needs a file, not ''");
-  ExpectUsageError("--config=" + config_ + log + " --echo=x", "--echo takes no value");
+  ExpectUsageError("--config=" + config_ + log + " --echo=x",
+                   "--echo takes no value or the value raw, not 'x'");
+  ExpectUsageError("--config=" + config_ + log + " --ech=",
+                   "--echo takes no value or the value raw, not ''");
   ExpectUsageError("--config=" + config_ + log + " --realtime=1", "--realtime takes no value");
   ExpectUsageError("--config=" + config_ + log + " --re " + Path("report"),
                    "ambiguous option --re (--realtime or --report)");
@@ -172,6 +176,18 @@ TEST_F(KivrunCliTest, BadCommandLinesNameTheProblem) {
   ExpectUsageError("a.json b.json" + log, "one scenario at a time (got a.json and b.json)");
   ExpectUsageError(log, "give a scenario or a --config");
   EXPECT_FALSE(fs::exists(dir_ / "report"));
+}
+
+TEST_F(KivrunCliTest, EchoTakesRawAsItsOnlyValue) {
+  for (const std::string echo : {"--echo", "--echo=raw", "--ec=raw", "--echo --echo=raw"}) {
+    SCOPED_TRACE(echo);
+    ExpectBuiltFromConfig(Kivrun(echo + " --config=" + config_ + " --log=" + Path("log.jsonl")),
+                          "log.jsonl");
+  }
+  // After "--" it is a scenario's name; as a value it is the value.
+  const KivrunRun run = Kivrun("--config=" + config_ + " --log --echo=raw");
+  EXPECT_EQ(run.status, 3);
+  EXPECT_TRUE(fs::exists(dir_ / "--echo=raw"));
 }
 
 TEST_F(KivrunCliTest, AnOutputThatCannotBeOpenedIsNoUsageMistake) {
@@ -249,6 +265,91 @@ TEST_F(KivrunCliTest, HelpShowsTheUsage) {
     EXPECT_NE(run.out.find("--log=FILE"), std::string::npos);
     EXPECT_TRUE(run.err.empty());
   }
+  const std::string usage = Kivrun("--help").out;
+  for (const std::string& line : Lines(usage)) EXPECT_LE(line.size(), 79u) << line;
+  for (const char* line :
+       {"\n                      with a count: \"[STB] return_res success cc  (x10)\"\n",
+        "\n  --echo=raw          the same, every line as it comes\n",
+        "\n  --trace-times FILE  write the framework's time per delivery to FILE\n"}) {
+    EXPECT_NE(usage.find(line), std::string::npos) << line;
+  }
+}
+
+// The console texts of a log, in order.
+std::vector<std::string> ConsoleTexts(const std::vector<rapidjson::Document>& events) {
+  std::vector<std::string> texts;
+  for (const auto& event : events) {
+    if (std::string(event["event"].GetString()) == "console")
+      texts.push_back(event["text"].GetString());
+  }
+  return texts;
+}
+
+// `lines` with each folded line "<line>  (xN)" written out N times.
+std::vector<std::string> Unfolded(const std::vector<std::string>& lines) {
+  std::vector<std::string> out;
+  for (const std::string& line : lines) {
+    const auto at = line.rfind("  (x");
+    if (at == std::string::npos || line.back() != ')') {
+      out.push_back(line);
+      continue;
+    }
+    const int count = std::stoi(line.substr(at + 4));
+    EXPECT_GT(count, 1) << line;
+    for (int i = 0; i < count; ++i) out.push_back(line.substr(0, at));
+  }
+  return out;
+}
+
+class EchoTest : public KivrunCliTest {
+ protected:
+  const std::string round_ =
+      std::string(LASERCALI_SOURCE_DIR) + "/tests/scenarios/realtime_one_distance.json";
+};
+
+TEST_F(EchoTest, ARunOfTheSameLineIsEchoedAsOneLineWithItsCount) {
+  const KivrunRun run = Kivrun("--echo --log=" + Path("folded.jsonl") + " " + round_);
+  ASSERT_EQ(run.status, 0);
+  const std::vector<std::string> texts = ConsoleTexts(Log("folded.jsonl"));
+  ASSERT_GT(texts.size(), 20u);
+  // The frame timer's line comes ten times between two requests.
+  int folded = 0;
+  for (const std::string& line : run.err) folded += line == "[STB] return_res success cc  (x10)";
+  EXPECT_GE(folded, 5);
+  for (std::size_t i = 1; i < run.err.size(); ++i) {
+    EXPECT_NE(run.err[i], run.err[i - 1]) << "a run left unfolded at " << i;
+  }
+  // Nothing is lost and the order holds: written out, the echo is the log's console.
+  EXPECT_EQ(Unfolded(run.err), texts);
+}
+
+TEST_F(EchoTest, RawEchoKeepsEveryLineAndTheLogStaysTheSame) {
+  const KivrunRun raw = Kivrun("--echo=raw --log=" + Path("raw.jsonl") + " " + round_);
+  ASSERT_EQ(raw.status, 0);
+  EXPECT_EQ(raw.err, ConsoleTexts(Log("raw.jsonl")));
+  ASSERT_EQ(Kivrun("--echo --log=" + Path("folded.jsonl") + " " + round_).status, 0);
+  ASSERT_EQ(Kivrun("--log=" + Path("quiet.jsonl") + " " + round_).status, 0);
+  EXPECT_EQ(ReadFile(Path("folded.jsonl")), ReadFile(Path("raw.jsonl")));
+  EXPECT_EQ(ReadFile(Path("quiet.jsonl")), ReadFile(Path("raw.jsonl")));
+}
+
+TEST_F(EchoTest, AFoldedRunComesOutBeforeAProgressLine) {
+  const KivrunRun run = Kivrun("--echo --progress --log=" + Path("log.jsonl") + " " + round_);
+  ASSERT_EQ(run.status, 0);
+  const auto events = Log("log.jsonl");
+  // The console lines logged before the distance was accepted are all
+  // echoed before its progress line, and no later one.
+  std::vector<std::string> before;
+  for (const auto& event : events) {
+    const std::string kind = event["event"].GetString();
+    if (kind == "matched") break;
+    if (kind == "console") before.push_back(event["text"].GetString());
+  }
+  std::size_t at = 0;
+  while (at < run.err.size() && run.err[at].rfind("[0.", 0) != 0) ++at;
+  ASSERT_LT(at, run.err.size()) << "no progress line";
+  EXPECT_NE(run.err[at].find("distance 30 accepted: "), std::string::npos) << run.err[at];
+  EXPECT_EQ(Unfolded(std::vector<std::string>(run.err.begin(), run.err.begin() + at)), before);
 }
 
 }  // namespace

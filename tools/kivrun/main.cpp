@@ -1,4 +1,5 @@
 // kivrun: plays a scenario against the calibration node on a PC.
+#include <getopt.h>
 #include <limits.h>
 #include <unistd.h>
 
@@ -20,7 +21,7 @@
 
 namespace {
 
-constexpr char kUsage[] = R"(usage: kivrun [OPTIONS] [SCENARIO.json]
+constexpr char kUsage[] = R"usage(usage: kivrun [OPTIONS] [SCENARIO.json]
 
 Loads the calibration node plug-in into a host framework, builds the node
 from its JSON configuration, plays the scenario's steps against it on a
@@ -37,7 +38,10 @@ options:
   --plugin PATH       the node plug-in (default: the one installed with
                       kivrun, or in a build folder the one built with it)
   --log FILE          write the event log to FILE (default: standard output)
-  --echo              also print the node's console lines on standard error
+  --echo              also print the node's console lines on standard
+                      error; a run of the same line comes as one line
+                      with a count: "[STB] return_res success cc  (x10)"
+  --echo=raw          the same, every line as it comes
   --trace-times FILE  write the framework's time per delivery to FILE
   --progress          show a line per finished "repeat" or "wait" step and,
                       at the end, a summary of the round (on standard error)
@@ -68,7 +72,7 @@ or "wait" step did not get its answer within its limit (the message says
 what came instead); 6 --private-tmp could not be had (the message says why).
 
 The scenario format and the event log are described in docs/kivrun.md.
-)";
+)usage";
 
 // The options, as getopt_long reads them. A long option without a short name
 // gets an id above 255.
@@ -101,6 +105,38 @@ const std::vector<toolcli::Option> kOptions = {
     {"private-tmp", 0, nullptr, kPrivateTmp},
     {"pictures-out", 0, "a folder", kPicturesOut},
 };
+
+// toolcli's options take a value always or never; --echo takes one only in
+// the form "--echo=raw". A first pass of getopt_long over the same options,
+// with --echo's value optional, finds the arguments "--echo=VALUE" (under
+// any prefix that names only --echo): they are put in `args` as "--echo".
+// Returns for every --echo, in order, whether it had a value (an empty one
+// too) and the value.
+std::vector<std::pair<bool, std::string>> TakeEchoValues(std::vector<std::string>& args) {
+  std::vector<char*> argv;
+  for (std::string& arg : args) argv.push_back(arg.data());
+  argv.push_back(nullptr);
+  std::vector<struct option> longopts;
+  for (const toolcli::Option& option : kOptions) {
+    const int has_arg = option.id == kEcho  ? optional_argument
+                        : option.value_name ? required_argument
+                                            : no_argument;
+    longopts.push_back({option.name, has_arg, nullptr, option.id});
+  }
+  longopts.push_back({nullptr, 0, nullptr, 0});
+  std::vector<std::pair<bool, std::string>> values;
+  std::vector<std::size_t> attached;
+  opterr = 0;
+  optind = 0;  // start afresh
+  const int argc = static_cast<int>(args.size());
+  for (int c; (c = getopt_long(argc, argv.data(), "-:h", longopts.data(), nullptr)) != -1;) {
+    if (c != kEcho) continue;
+    values.emplace_back(optarg != nullptr, optarg != nullptr ? optarg : "");
+    if (optarg != nullptr) attached.push_back(static_cast<std::size_t>(optind - 1));
+  }
+  for (std::size_t index : attached) args[index] = "--echo";
+  return values;
+}
 
 // The plug-in loaded without --plugin: in the build folder the one built
 // with kivrun, anywhere else the one installed beside it
@@ -141,7 +177,13 @@ int main(int argc, char** argv) {
   std::string scenario_path, config_path, log_path, trace_path, pictures_out;
   bool echo = false, progress = false, private_tmp = false;
 
-  toolcli::CommandLine command_line(argc, argv, kOptions);
+  std::vector<std::string> args(argv, argv + argc);
+  const std::vector<std::pair<bool, std::string>> echo_values = TakeEchoValues(args);
+  std::size_t echo_count = 0;
+  std::vector<char*> arg_pointers;
+  for (std::string& arg : args) arg_pointers.push_back(arg.data());
+  arg_pointers.push_back(nullptr);
+  toolcli::CommandLine command_line(argc, arg_pointers.data(), kOptions);
   try {
     int id = 0;
     std::string value;
@@ -168,9 +210,17 @@ int main(int argc, char** argv) {
         case kReport:
           options.report_dir = value;
           break;
-        case kEcho:
+        case kEcho: {
           echo = true;
+          options.fold_echo = true;
+          if (echo_count >= echo_values.size() || !echo_values[echo_count++].first) break;
+          const std::string& mode = echo_values[echo_count - 1].second;
+          if (mode != "raw") {
+            throw toolcli::UsageError("--echo takes no value or the value raw, not '" + mode + "'");
+          }
+          options.fold_echo = false;
           break;
+        }
         case kProgress:
           progress = true;
           break;

@@ -52,4 +52,30 @@ void Progress::Clear() {
   drawn_ = false;
 }
 
+void EchoFold::Add(const std::string& line) {
+  if (!fold_) {
+    print_(line);
+    return;
+  }
+  if (count_ > 0 && line == line_) {
+    ++count_;
+    return;
+  }
+  Flush();
+  line_ = line;
+  count_ = 1;
+}
+
+void EchoFold::Flush() {
+  if (count_ == 0) return;
+  const uint64_t count = count_;
+  count_ = 0;
+  print_(Folded(line_, count));
+}
+
+std::string EchoFold::Folded(const std::string& line, uint64_t count) {
+  if (count == 1) return line;
+  return line + "  (x" + std::to_string(count) + ")";
+}
+
 }  // namespace kivrun

@@ -82,11 +82,29 @@ std::string Seconds(int64_t us) {
   return text;
 }
 
+// The progress line of a finished "repeat" (with its requests) or "wait" step.
+std::string MatchedLine(int64_t now, const std::string& label, bool repeat, int64_t requests,
+                        int64_t ticks) {
+  std::string line = "[" + Seconds(now) + "] " + label + ": ";
+  if (repeat) line += std::to_string(requests) + (requests == 1 ? " request, " : " requests, ");
+  return line + "after " + std::to_string(ticks) + (ticks == 1 ? " tick" : " ticks");
+}
+
 class Run : public kiv::HostObserver, public sunxi_cam::sim::Observer {
  public:
   Run(const Scenario& scenario, const Options& options, std::ostream& log_stream,
       std::ostream& errors)
-      : scenario_(scenario), options_(options), log_(log_stream), errors_(errors) {}
+      : scenario_(scenario),
+        options_(options),
+        log_(log_stream),
+        errors_(errors),
+        echo_(options.fold_echo, [this](const std::string& line) {
+          if (options_.progress) {
+            options_.progress->Line(line);
+          } else {
+            *options_.echo << line << '\n';
+          }
+        }) {}
 
   int Play();
 
@@ -139,6 +157,10 @@ class Run : public kiv::HostObserver, public sunxi_cam::sim::Observer {
   // time on the real one (stopping early once `stop` says so).
   void Pass(int64_t us, const std::function<bool()>& stop);
   void RunTicks(int64_t count);
+  // A line of kivrun's own on the terminal, after the echo held back.
+  void Show(const std::string& line);
+  // The error stream, once the echo held back is out and the bar is gone.
+  std::ostream& Errors();
   void Summarise(int code);
   void Teardown();
   double WallSeconds() const {
@@ -150,6 +172,7 @@ class Run : public kiv::HostObserver, public sunxi_cam::sim::Observer {
   const Options& options_;
   EventLog log_;
   std::ostream& errors_;
+  EchoFold echo_;
   kiv::Host host_;
   std::map<std::string, const RecordLayout*> watched_;  // topic -> record the node publishes
   FileWatch files_;
@@ -171,12 +194,18 @@ void Run::Console(const char* stream, const std::string& line) {
   Fields f;
   f.Str("stream", stream).Str("text", line);
   log_.Write("console", f.value());
-  if (!options_.echo) return;
-  if (options_.progress) {
-    options_.progress->Line(line);
-  } else {
-    *options_.echo << line << '\n';
-  }
+  if (options_.echo) echo_.Add(line);
+}
+
+void Run::Show(const std::string& line) {
+  echo_.Flush();
+  options_.progress->Line(line);
+}
+
+std::ostream& Run::Errors() {
+  echo_.Flush();
+  if (options_.progress) options_.progress->Interrupt();
+  return errors_;
 }
 
 void Run::Published(const std::string& topic, const rapidjson::Value& fields) {
@@ -354,9 +383,9 @@ int Run::Play() {
         throw;
       } catch (...) {
         Exception("builder", std::current_exception());
-        errors_ << "kivrun: the node " << scenario_.node_id
-                << " could not be built: " << kiv::DescribeException(std::current_exception()).what
-                << "\n";
+        Errors() << "kivrun: the node " << scenario_.node_id
+                 << " could not be built: " << kiv::DescribeException(std::current_exception()).what
+                 << "\n";
         code = kNodeError;
       }
       if (!node_ && code == kOk) {
@@ -364,7 +393,7 @@ int Run::Play() {
         Fields f;
         f.Str("what", what);
         log_.Write("error", f.value());
-        errors_ << "kivrun: " << what << "\n";
+        Errors() << "kivrun: " << what << "\n";
         code = kNodeError;
       }
       if (node_) {
@@ -394,11 +423,12 @@ int Run::Play() {
       Fields f;
       f.Str("what", e.what());
       log_.Write("error", f.value());
-      errors_ << "kivrun: " << e.what() << "\n";
+      Errors() << "kivrun: " << e.what() << "\n";
       code = kNodeError;
     }
     out.FlushPartial();
     err.FlushPartial();
+    echo_.Flush();
     // Builders and timer callbacks live in the plug-in: drop them before
     // the plug-in goes. (The node leaves its frame timer running when it is
     // destroyed with the camera open.)
@@ -424,10 +454,10 @@ int Run::Play() {
     report.pictures = summary_.Pictures();
     try {
       WriteReport(options_.report_dir, report);
-      errors_ << "kivrun: report written to " << options_.report_dir << "/" << kReportSummary
-              << " and " << kReportSheet << "\n";
+      Errors() << "kivrun: report written to " << options_.report_dir << "/" << kReportSummary
+               << " and " << kReportSheet << "\n";
     } catch (const std::exception& e) {
-      errors_ << "kivrun: " << e.what() << "\n";
+      Errors() << "kivrun: " << e.what() << "\n";
       if (code == kOk) code = kUsageError;
     }
   }
@@ -436,6 +466,7 @@ int Run::Play() {
 
 void Run::Summarise(int code) {
   if (!options_.progress) return;
+  echo_.Flush();
   Progress& progress = *options_.progress;
   progress.Finish();
   progress.Line(code == kOk ? "== the round ran to its end"
@@ -456,7 +487,7 @@ int Run::Fail(const Step& step, int code, const std::string& what) {
   Fields f;
   f.Int("step", step.number).Str("what", message);
   log_.Write("error", f.value());
-  errors_ << "kivrun: " << message << "\n";
+  Errors() << "kivrun: " << message << "\n";
   return code;
 }
 
@@ -540,7 +571,7 @@ int Run::Request(const Step& step) {
     Fields f;
     f.Int("step", step.number).Str("what", e.what());
     log_.Write("error", f.value());
-    errors_ << "kivrun: " << e.what() << "\n";
+    Errors() << "kivrun: " << e.what() << "\n";
     return kScenarioError;
   }
   return kOk;
@@ -618,12 +649,7 @@ int Run::Await(const Step& step) {
   f.Int("ticks", ticks);
   log_.Write("matched", f.value());
   if (options_.progress) {
-    std::string line = "[" + Seconds(host_.Loop().Now()) + "] " + label + ": ";
-    if (step.kind == Step::Kind::kRepeat) {
-      line += std::to_string(requests) + (requests == 1 ? " request, " : " requests, ");
-    }
-    line += "after " + std::to_string(ticks) + (ticks == 1 ? " tick" : " ticks");
-    options_.progress->Line(line);
+    Show(MatchedLine(host_.Loop().Now(), label, step.kind == Step::Kind::kRepeat, requests, ticks));
   }
   return kOk;
 }

@@ -24,6 +24,7 @@ class Progress;
 struct Options {
   std::string plugin;                   // path of the node plug-in
   std::ostream* echo = nullptr;         // where to copy the node's console lines, or null
+  bool fold_echo = true;                // fold runs of the same echoed line (EchoFold)
   std::ostream* trace_times = nullptr;  // where the framework writes delivery times, or null
   bool realtime = false;                // run the main loop on the wall clock
   Progress* progress = nullptr;         // progress lines and the summary, or null
