@@ -40,12 +40,18 @@ int SheetWidth() {
   return 2 * sheet::kMargin + sheet::kColumns * sheet::kThumbWidth +
          (sheet::kColumns - 1) * sheet::kGap;
 }
-int SheetHeight(int pictures) {
+// The legend of the stripe cut's marks, as wide as the sheet's text.
+int LegendHeight() { return stripeinspect::DrawLegend(SheetWidth() - 2 * sheet::kMargin).rows; }
+// The height of the thumbnails' rows alone.
+int BodyHeight(int pictures) {
   const int rows = (pictures + sheet::kColumns - 1) / sheet::kColumns;
-  const int body =
-      rows == 0 ? sheet::kEmptyHeight
-                : rows * (sheet::kThumbHeight + sheet::kBandHeight) + (rows - 1) * sheet::kGap;
-  return sheet::kTitleHeight + body + sheet::kMargin;
+  return rows == 0 ? sheet::kEmptyHeight
+                   : rows * (sheet::kThumbHeight + sheet::kBandHeight) + (rows - 1) * sheet::kGap;
+}
+// With a subtitle of one line; `legend` when a thumbnail shows the cut's marks.
+int SheetHeight(int pictures, bool legend = false) {
+  return sheet::kTitleHeight + BodyHeight(pictures) + (legend ? sheet::kGap + LegendHeight() : 0) +
+         sheet::kMargin;
 }
 
 // The picture area of thumbnail `index`, and the same with its label band.
@@ -183,7 +189,36 @@ TEST_F(ReportOfARoundTest, WritesTheSheetAndTheSummaryInTheFolderItMakes) {
   EXPECT_TRUE(fs::is_regular_file(out_ / "report.md"));
   ASSERT_FALSE(sheet_.empty());
   EXPECT_EQ(sheet_.cols, SheetWidth());
-  EXPECT_EQ(sheet_.rows, SheetHeight(4));
+  EXPECT_EQ(sheet_.rows, SheetHeight(4, true));
+}
+
+TEST_F(ReportOfARoundTest, TheLegendOfTheMarksFollowsTheThumbnails) {
+  const cv::Rect legend(sheet::kMargin, sheet::kTitleHeight + BodyHeight(4) + sheet::kGap,
+                        SheetWidth() - 2 * sheet::kMargin, LegendHeight());
+  const cv::Mat expected = stripeinspect::DrawLegend(legend.width);
+  EXPECT_EQ(cv::norm(sheet_(legend), expected, cv::NORM_INF), 0);
+  EXPECT_GT(ColouredPixels(sheet_(legend)), 50);
+}
+
+TEST_F(ReportTest, ALongDescriptionIsWrappedWholeAndTheTitleBandGrows) {
+  ReportInput input;
+  input.scenario = "long.json";
+  for (int i = 0; i < 40; ++i) input.description += "a rather long description ";
+  input.description += "ENDS HERE";
+  input.pictures = {
+      Entry(Picture("pic/chessboard.bmp", testsupport::BlankPicture(200)), "x", false)};
+  kivrun::WriteReport((dir_ / "long").string(), input);
+  const cv::Mat picture =
+      cv::imread((dir_ / "long" / kivrun::kReportSheet).string(), cv::IMREAD_COLOR);
+  const int extra = picture.rows - SheetHeight(1);
+  EXPECT_GT(extra, 0);
+  EXPECT_EQ(extra % sheet::kSubtitleLine, 0);
+  const int lines = 1 + extra / sheet::kSubtitleLine;
+  EXPECT_GE(lines, 4);
+  EXPECT_LE(lines, sheet::kMaxSubtitleLines);
+  // The thumbnail comes right under the band: grey (200) where it starts.
+  const cv::Vec3b first = picture.at<cv::Vec3b>(sheet::TitleHeight(lines) + 5, sheet::kMargin + 5);
+  EXPECT_EQ(first, cv::Vec3b(200, 200, 200));
 }
 
 TEST_F(ReportOfARoundTest, FactoryPictureIsShownAsItIsInGrey) {

@@ -32,7 +32,6 @@ using sheet::kGap;
 using sheet::kMargin;
 using sheet::kThumbHeight;
 using sheet::kThumbWidth;
-using sheet::kTitleHeight;
 
 // Colours of the sheet (blue, green, red). Everything but the overlay and
 // the outcome captions is grey, so that the marks of the stripe cut stand out.
@@ -231,11 +230,11 @@ Tile MakeTile(const ReportPicture& picture) {
   return tile;
 }
 
-cv::Point TileCorner(std::size_t index) {
+cv::Point TileCorner(std::size_t index, int title_height) {
   const int column = static_cast<int>(index % kColumns);
   const int row = static_cast<int>(index / kColumns);
   return {kMargin + column * (kThumbWidth + kGap),
-          kTitleHeight + row * (kThumbHeight + kBandHeight + kGap)};
+          title_height + row * (kThumbHeight + kBandHeight + kGap)};
 }
 
 void DrawTile(cv::Mat& sheet, cv::Point corner, const ReportPicture& picture, const Tile& tile) {
@@ -281,32 +280,41 @@ void DrawTile(cv::Mat& sheet, cv::Point corner, const ReportPicture& picture, co
 
 cv::Mat DrawSheet(const ReportInput& input, const std::vector<Tile>& tiles) {
   const int width = 2 * kMargin + kColumns * kThumbWidth + (kColumns - 1) * kGap;
-  const int rows = static_cast<int>((tiles.size() + kColumns - 1) / kColumns);
-  const int height =
-      kTitleHeight +
-      (rows == 0 ? kEmptyHeight : rows * (kThumbHeight + kBandHeight) + (rows - 1) * kGap) +
-      kMargin;
-  cv::Mat sheet(height, width, CV_8UC3, kBackground);
-
   const int text_width = width - 2 * kMargin;
-  const std::string title = input.scenario.empty() ? "kivrun round" : input.scenario;
-  Text(sheet, Fit(title, kTitleScale, text_width, true), {kMargin, 36}, kTitleScale, kTitleText, 2);
   std::ostringstream subtitle;
   subtitle << tiles.size() << (tiles.size() == 1 ? " picture" : " pictures") << ", exit code "
            << input.exit_code;
-  if (!input.description.empty()) subtitle << "  -  " << input.description;
-  std::string sub = subtitle.str();
-  std::replace(sub.begin(), sub.end(), '\n', ' ');
-  Text(sheet, Fit(sub, kSubtitleScale, text_width, false), {kMargin, 64}, kSubtitleScale,
-       kLabelText);
+  if (!input.description.empty()) subtitle << " - " << input.description;
+  const std::vector<std::string> sub =
+      Wrap(subtitle.str(), kSubtitleScale, text_width, sheet::kMaxSubtitleLines);
+  const int title_height = sheet::TitleHeight(static_cast<int>(sub.size()));
+  // The legend of the stripe cut's marks, when a thumbnail shows them.
+  const bool marks = std::any_of(input.pictures.begin(), input.pictures.end(),
+                                 [](const ReportPicture& p) { return p.app; });
+  const cv::Mat legend = marks ? stripeinspect::DrawLegend(text_width) : cv::Mat();
+
+  const int rows = static_cast<int>((tiles.size() + kColumns - 1) / kColumns);
+  const int body =
+      rows == 0 ? kEmptyHeight : rows * (kThumbHeight + kBandHeight) + (rows - 1) * kGap;
+  const int height = title_height + body + (legend.empty() ? 0 : kGap + legend.rows) + kMargin;
+  cv::Mat sheet(height, width, CV_8UC3, kBackground);
+
+  const std::string title = input.scenario.empty() ? "kivrun round" : input.scenario;
+  Text(sheet, Fit(title, kTitleScale, text_width, true), {kMargin, 36}, kTitleScale, kTitleText, 2);
+  for (std::size_t i = 0; i < sub.size(); ++i) {
+    Text(sheet, sub[i], {kMargin, 64 + static_cast<int>(i) * sheet::kSubtitleLine}, kSubtitleScale,
+         kLabelText);
+  }
 
   if (tiles.empty()) {
-    Text(sheet, "no pictures were written", {kMargin, kTitleHeight + 26}, kSubtitleScale,
+    Text(sheet, "no pictures were written", {kMargin, title_height + 26}, kSubtitleScale,
          kPathText);
   }
   for (std::size_t i = 0; i < tiles.size(); ++i) {
-    DrawTile(sheet, TileCorner(i), input.pictures[i], tiles[i]);
+    DrawTile(sheet, TileCorner(i, title_height), input.pictures[i], tiles[i]);
   }
+  if (!legend.empty())
+    legend.copyTo(sheet(cv::Rect(kMargin, title_height + body + kGap, legend.cols, legend.rows)));
   return sheet;
 }
 

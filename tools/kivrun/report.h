@@ -5,7 +5,9 @@
 // shrinks it to a labelled thumbnail (path and what was being taken) and
 // lays the thumbnails out in rows, in the order the pictures were first
 // written. App stripe pictures (the pictures the stripe cut ran on) are shown
-// with the stripe cut drawn over them, as stripe-inspect --overlay draws it.
+// with the stripe cut drawn over them, as stripe-inspect --overlay draws it,
+// and the legend of the marks closes the sheet. The title band holds the
+// scenario's whole description, over as many lines as it needs.
 // A picture that cannot be read is shown as a grey tile saying so. The
 // summary lists the round's figures, then the pictures with their labels,
 // sizes and content hashes, and links to the sheet.
