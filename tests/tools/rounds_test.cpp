@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -187,6 +188,75 @@ TEST_F(FactoryRoundTest, TheReportShowsEveryPicture) {
           << side << " " << d;
     }
   }
+}
+
+// The answer event of `node` in a run.
+const rapidjson::Value* AnswerEvent(const KivrunRun& run, const std::string& node) {
+  for (const auto& e : run.events) {
+    if (std::string(e["event"].GetString()) == "answer" && node == e["node"].GetString()) return &e;
+  }
+  return nullptr;
+}
+
+// A robot whose left laser leans 2 degrees: the computing plane node finds
+// the lean in the pictures the node stored, within the goal of 0.05 degrees
+// and 0.5 mm, the check passes, and the distance check measures the wall
+// within 0.5 mm with the planes as sent.
+TEST(ComputingRoundTest, TheMisalignedLaserIsFoundInTheStoredPictures) {
+  const KivrunRun run = Kivrun(kScenarios + "/misaligned_laser_round.json");
+  EXPECT_EQ(run.status, 0) << run.err;
+  const rapidjson::Value* plane = AnswerEvent(run, "plane");
+  ASSERT_NE(plane, nullptr);
+  EXPECT_STREQ((*plane)["action"].GetString(), "answer");
+  EXPECT_EQ((*plane)["truth"]["left"]["roll"].GetDouble(), 2.0);
+  EXPECT_NEAR((*plane)["lasers"]["left"]["roll"].GetDouble(), 2.0, 0.05);
+  EXPECT_NEAR((*plane)["lasers"]["right"]["roll"].GetDouble(), 0.0, 0.05);
+  const int sent_roll = (*plane)["fields"]["plane_data"][1].GetInt() - 32768;  // thousandths
+  EXPECT_NEAR(sent_roll, 2000, 50);
+  for (const char* side : {"left", "right"}) {
+    EXPECT_LT((*plane)["errors"][side]["normal_deg"].GetDouble(), 0.05) << side;
+    EXPECT_LT(std::abs((*plane)["errors"][side]["offset_mm"].GetDouble()), 0.5) << side;
+  }
+  const rapidjson::Value* check = AnswerEvent(run, "check");
+  ASSERT_NE(check, nullptr);
+  EXPECT_EQ((*check)["fields"]["check_result"].GetInt(), 1);
+  const rapidjson::Value* distance = AnswerEvent(run, "distance");
+  ASSERT_NE(distance, nullptr);
+  EXPECT_STREQ((*distance)["planes"].GetString(), "sent");
+  EXPECT_EQ((*distance)["fields"]["status"].GetInt(), 0);
+  EXPECT_EQ((*distance)["truth"]["distance_mm"].GetDouble(), 275.0);
+  EXPECT_LT(std::abs((*distance)["errors"]["distance_mm"].GetDouble()), 0.5);
+}
+
+// The app round: the node cuts each stripe picture on the spot and keeps
+// the wall part; the computing plane node fits both planes to those walls
+// alone, and the check passes.
+TEST(ComputingRoundTest, TheAppsCutPicturesGiveBothPlanes) {
+  const KivrunRun run = Kivrun(kScenarios + "/app_compute_round.json");
+  EXPECT_EQ(run.status, 0) << run.err;
+  const rapidjson::Value* plane = AnswerEvent(run, "plane");
+  ASSERT_NE(plane, nullptr);
+  EXPECT_EQ((*plane)["fields"]["result"].GetInt(), 1);
+  for (const char* side : {"left", "right"}) {
+    EXPECT_EQ((*plane)["lasers"][side]["floor_points"].GetInt(), 0) << side;
+    EXPECT_GT((*plane)["lasers"][side]["wall_points"].GetInt(), 300) << side;
+    EXPECT_LT((*plane)["errors"][side]["normal_deg"].GetDouble(), 0.05) << side;
+    EXPECT_LT(std::abs((*plane)["errors"][side]["offset_mm"].GetDouble()), 0.5) << side;
+  }
+  const rapidjson::Value* check = AnswerEvent(run, "check");
+  ASSERT_NE(check, nullptr);
+  EXPECT_EQ((*check)["fields"]["check_result"].GetInt(), 1);
+  // The app's kind-4 state text ends with the plane and check results.
+  std::string text;
+  for (const auto& e : run.events) {
+    if (std::string(e["event"].GetString()) == "publish" &&
+        std::string(e["topic"].GetString()) == "laser_state" &&
+        std::string(e["fields"]["text"].GetString()).rfind("4;", 0) == 0) {
+      text = e["fields"]["text"].GetString();
+    }
+  }
+  ASSERT_FALSE(text.empty()) << "no kind-4 state text";
+  EXPECT_EQ(text.substr(text.size() - 4), ";1;1") << text;
 }
 
 TEST(RealtimeRoundTest, OneDistanceOnTheWallClockRunsToItsEnd) {
