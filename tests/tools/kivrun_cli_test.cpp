@@ -1,6 +1,6 @@
 // kivrun's command line, run as a program: values after "=" or as the next
 // argument, prefixes, "--", help, and the messages of a bad command line;
-// the echo of the node's console lines, folded or raw.
+// the echo of the node's console lines, folded or raw; replaying a log.
 //
 // The runs that get as far as the node use a configuration without
 // "delt_app": the plug-in loads and the builder is called with it, then the
@@ -170,11 +170,19 @@ TEST_F(KivrunCliTest, BadCommandLinesNameTheProblem) {
                    "--echo takes no value or the value raw, not ''");
   ExpectUsageError("--config=" + config_ + log + " --realtime=1", "--realtime takes no value");
   ExpectUsageError("--config=" + config_ + log + " --re " + Path("report"),
-                   "ambiguous option --re (--realtime or --report)");
+                   "ambiguous option --re (--realtime, --report or --replay)");
   ExpectUsageError("--config=" + config_ + log + " --p=x",
                    "ambiguous option --p (--plugin, --progress, --private-tmp or --pictures-out)");
   ExpectUsageError("a.json b.json" + log, "one scenario at a time (got a.json and b.json)");
-  ExpectUsageError(log, "give a scenario or a --config");
+  ExpectUsageError(log, "give a scenario, a --config or a --replay");
+  ExpectUsageError(log + " --replay", "--replay needs an event log");
+  ExpectUsageError(log + " --replay=", "--replay needs an event log, not ''");
+  ExpectUsageError(log + " --replay old.jsonl a.json",
+                   "--replay plays a recorded log, not a scenario (got a.json)");
+  ExpectUsageError(log + " --replay old.jsonl --config " + config_,
+                   "--replay builds the node from the recorded configuration; leave out --config");
+  ExpectUsageError(log + " --repl old.jsonl --realtime",
+                   "--replay plays on the virtual clock; leave out --realtime");
   EXPECT_FALSE(fs::exists(dir_ / "report"));
 }
 
@@ -268,9 +276,12 @@ TEST_F(KivrunCliTest, HelpShowsTheUsage) {
   const std::string usage = Kivrun("--help").out;
   for (const std::string& line : Lines(usage)) EXPECT_LE(line.size(), 79u) << line;
   for (const char* line :
-       {"\n                      with a count: \"[STB] return_res success cc  (x10)\"\n",
+       {"\n       kivrun [OPTIONS] --replay OLD.jsonl\n",
+        "\n  --replay OLD.jsonl  play the inputs recorded in the event log OLD.jsonl\n",
+        "\n                      with a count: \"[STB] return_res success cc  (x10)\"\n",
         "\n  --echo=raw          the same, every line as it comes\n",
-        "\n  --trace-times FILE  write the framework's time per delivery to FILE\n"}) {
+        "\n  --trace-times FILE  write the framework's time per delivery to FILE\n",
+        "; 5 --replay: the new log differs from the old one (the\n"}) {
     EXPECT_NE(usage.find(line), std::string::npos) << line;
   }
 }
@@ -350,6 +361,99 @@ TEST_F(EchoTest, AFoldedRunComesOutBeforeAProgressLine) {
   ASSERT_LT(at, run.err.size()) << "no progress line";
   EXPECT_NE(run.err[at].find("distance 30 accepted: "), std::string::npos) << run.err[at];
   EXPECT_EQ(Unfolded(std::vector<std::string>(run.err.begin(), run.err.begin() + at)), before);
+}
+
+class ReplayCliTest : public KivrunCliTest {
+ protected:
+  const std::string round_ =
+      std::string(LASERCALI_SOURCE_DIR) + "/tests/scenarios/realtime_one_distance.json";
+  // Plays the round into "old.jsonl".
+  void Record() { ASSERT_EQ(Kivrun("--log=" + Path("old.jsonl") + " " + round_).status, 0); }
+};
+
+TEST_F(ReplayCliTest, TheLogOfARealRunReplaysTheSame) {
+  Record();
+  const KivrunRun run = Kivrun("--replay " + Path("old.jsonl") + " --log=" + Path("new.jsonl"));
+  EXPECT_EQ(run.status, 0);
+  const std::string old_log = ReadFile(Path("old.jsonl"));
+  EXPECT_EQ(ReadFile(Path("new.jsonl")), old_log);
+  ASSERT_EQ(run.err.size(), 1u);
+  EXPECT_EQ(run.err[0], "kivrun: the replay of " + Path("old.jsonl") + " gave the same " +
+                            std::to_string(Lines(old_log).size()) + " events");
+}
+
+TEST_F(ReplayCliTest, APlantedChangeIsShownAtItsLineWithExitCode5) {
+  Record();
+  std::vector<std::string> lines = Lines(ReadFile(Path("old.jsonl")));
+  std::size_t planted = 0;
+  for (std::size_t i = 0; i < lines.size() && planted == 0; ++i) {
+    const auto at = lines[i].find("\"distance\":30,");
+    if (lines[i].find("\"event\":\"publish\"") != std::string::npos && at != std::string::npos) {
+      lines[i].replace(at, 14, "\"distance\":31,");
+      planted = i + 1;
+    }
+  }
+  ASSERT_NE(planted, 0u) << "no publication of distance 30";
+  std::string text;
+  for (const std::string& line : lines) text += line + "\n";
+  Write("planted.jsonl", text);
+  const KivrunRun run = Kivrun("--replay=" + Path("planted.jsonl") + " --log " + Path("new.jsonl"));
+  EXPECT_EQ(run.status, 5);
+  const std::string n = std::to_string(planted);
+  ASSERT_EQ(run.err.size(), 7u);
+  EXPECT_EQ(run.err[0], "kivrun: the replay differs from " + Path("planted.jsonl") + " at line " +
+                            n + " (- recorded, + replayed):");
+  for (int k = 1; k <= 3; ++k) {
+    const std::string m = std::to_string(planted - 4 + static_cast<std::size_t>(k));
+    EXPECT_EQ(run.err[static_cast<std::size_t>(k)],
+              "    " + std::string(n.size() - m.size(), ' ') + m + "  " +
+                  lines[planted - 5 + static_cast<std::size_t>(k)]);
+  }
+  EXPECT_EQ(run.err[4], "  - " + n + "  " + lines[planted - 1]);
+  EXPECT_EQ(run.err[5], "  + " + n + "  " + Lines(ReadFile(Path("new.jsonl")))[planted - 1]);
+  EXPECT_NE(run.err[5].find("\"distance\":30,"), std::string::npos);
+  EXPECT_EQ(run.err[6], "  the events before line " + n +
+                            " are the same in both; the replay's log is " + Path("new.jsonl"));
+}
+
+TEST_F(ReplayCliTest, TheRecordedVersionTagsOfAnotherBuildAreANoteNotADifference) {
+  Record();
+  std::string text = ReadFile(Path("old.jsonl"));
+  const std::string tag = LASERCALI_BUILD_COMMIT_TAG;
+  const auto at = text.find("\"" + tag + "\"");
+  ASSERT_NE(at, std::string::npos);
+  text.replace(at + 1, tag.size(), "lasercali-0.0.1-0123456789abc");
+  Write("other.jsonl", text);
+  const KivrunRun run = Kivrun("--replay " + Path("other.jsonl") + " --log " + Path("new.jsonl"));
+  EXPECT_EQ(run.status, 0);
+  ASSERT_EQ(run.err.size(), 2u);
+  EXPECT_EQ(run.err[0], "kivrun: note: " + Path("other.jsonl") +
+                            " was recorded with version tags lasercali-0.0.1-0123456789abc and " +
+                            LASERCALI_FRAMEWORK_TAG + "; this plug-in registers " + tag + " and " +
+                            LASERCALI_FRAMEWORK_TAG + " (version tags are not compared)");
+}
+
+TEST_F(ReplayCliTest, ALogThatCannotBeReplayedIsNamedWithItsLine) {
+  Record();
+  std::vector<std::string> lines = Lines(ReadFile(Path("old.jsonl")));
+  std::string text;
+  for (std::size_t i = 0; i + 1 < lines.size(); ++i) text += lines[i] + "\n";
+  Write("cut.jsonl", text);
+  const KivrunRun run = Kivrun("--replay " + Path("cut.jsonl") + " --log " + Path("new.jsonl"));
+  EXPECT_EQ(run.status, 1);
+  ASSERT_EQ(run.err.size(), 1u);
+  EXPECT_EQ(run.err[0], "kivrun: " + Path("cut.jsonl") + ":" + std::to_string(lines.size() - 1) +
+                            ": the log stops without its \"end\" event: it is cut short");
+  EXPECT_FALSE(fs::exists(dir_ / "new.jsonl")) << "nothing is played";
+}
+
+TEST_F(ReplayCliTest, TheNewLogDoesNotOverwriteTheOld) {
+  Record();
+  const std::string old_log = ReadFile(Path("old.jsonl"));
+  ExpectUsageError(
+      "--replay " + Path("old.jsonl") + " --log " + Path("old.jsonl"),
+      "--log " + Path("old.jsonl") + " is the log being replayed; write the new log elsewhere");
+  EXPECT_EQ(ReadFile(Path("old.jsonl")), old_log);
 }
 
 }  // namespace

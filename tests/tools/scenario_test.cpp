@@ -108,8 +108,21 @@ TEST_F(ScenarioTest, TextAndTextPrefixAreNotAwaitedTogether) {
       step1 + ": \"wait\": \"text_prefix\" needs a text");
 }
 
-TEST_F(ScenarioTest, ResponderSettings) {
+// A value kept as text parses back to the very value it was made from, so
+// what a log shows of a step can be played again exactly.
+TEST_F(ScenarioTest, KeptNumbersParseBackExactly) {
+  for (const char* number : {"0.1", "3.0000000000000004", "1e-300", "123456789.12345678",
+                             "-2.2250738585072014e-308", "18446744073709551615"}) {
+    SCOPED_TRACE(number);
+    const kivrun::Scenario s = Load(std::string(R"({"camera": {"x": )") + number + "}}");
+    const rapidjson::Document once = s.steps[0].value.Parse();
+    const kivrun::JsonText again = kivrun::JsonText::Of(once);
+    EXPECT_EQ(again.text(), s.steps[0].value.text());
+    EXPECT_TRUE(again.Parse()["x"] == once["x"]);
+  }
+}
 
+TEST_F(ScenarioTest, ResponderSettings) {
   const kivrun::Scenario s = Load(
       R"({"responder": "plane", "answer": {"result": 1}, "needs": ["/tmp/a.bmp"], "refuse": 9,
           "delay_ms": 30},

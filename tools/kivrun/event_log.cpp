@@ -178,6 +178,7 @@ void EventLog::Write(const char* kind, const rapidjson::Value& fields) {
   out_.write(buffer.GetString(), static_cast<std::streamsize>(buffer.GetSize()));
   out_.put('\n');
   ++count_;
+  if (after_) after_(std::string(buffer.GetString(), buffer.GetSize()));
 }
 
 void EventLog::Write(const char* kind) { Write(kind, rapidjson::Value(rapidjson::kObjectType)); }

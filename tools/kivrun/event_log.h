@@ -40,6 +40,10 @@ class EventLog {
   void SetClock(std::function<int64_t()> now) { now_ = std::move(now); }
   // Called before each event is written (not for events it writes itself).
   void SetBeforeWrite(std::function<void()> hook) { before_ = std::move(hook); }
+  // Called with each event's line (without its line end) once it is written.
+  void SetAfterWrite(std::function<void(const std::string& line)> hook) {
+    after_ = std::move(hook);
+  }
 
   // Writes one event: "t", "event": kind, then the members of `fields` (an
   // object) in order.
@@ -54,6 +58,7 @@ class EventLog {
   std::ostream& out_;
   std::function<int64_t()> now_;
   std::function<void()> before_;
+  std::function<void(const std::string&)> after_;
   bool in_hook_ = false;
   uint64_t count_ = 0;
 };

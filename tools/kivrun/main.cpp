@@ -1,6 +1,7 @@
 // kivrun: plays a scenario against the calibration node on a PC.
 #include <getopt.h>
 #include <limits.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -15,6 +16,7 @@
 #include "tools/command_line.h"
 #include "tools/kivrun/output_file.h"
 #include "tools/kivrun/progress.h"
+#include "tools/kivrun/replay.h"
 #include "tools/kivrun/runner.h"
 #include "tools/kivrun/scenario.h"
 #include "tools/version.h"
@@ -22,6 +24,7 @@
 namespace {
 
 constexpr char kUsage[] = R"usage(usage: kivrun [OPTIONS] [SCENARIO.json]
+       kivrun [OPTIONS] --replay OLD.jsonl
 
 Loads the calibration node plug-in into a host framework, builds the node
 from its JSON configuration, plays the scenario's steps against it on a
@@ -32,12 +35,21 @@ tags and fields, inputs sent, JSON replies, timers, exceptions).
 Without a scenario, kivrun builds the node from --config, shows its
 start-up and tears it down.
 
+With --replay, kivrun plays the inputs recorded in an event log against
+the plug-in instead (configuration, sends, JSON commands, clock steps,
+camera settings, the calculation nodes' answers), writes the new log and
+compares it with the old one event by event; the first difference is
+shown with the events before it.
+
 options:
   --config FILE       node configuration (JSON object); replaces the
                       scenario's "config" / "config_file"
   --plugin PATH       the node plug-in (default: the one installed with
                       kivrun, or in a build folder the one built with it)
   --log FILE          write the event log to FILE (default: standard output)
+  --replay OLD.jsonl  play the inputs recorded in the event log OLD.jsonl
+                      and compare the new log with it (exit code 5 when
+                      they differ); no scenario, --config or --realtime
   --echo              also print the node's console lines on standard
                       error; a run of the same line comes as one line
                       with a count: "[STB] return_res success cc  (x10)"
@@ -69,7 +81,11 @@ message names the file and the step); 2 bad command line, or the log, the
 trace, standard output, the report or the pictures could not be written; 3
 the plug-in could not be loaded or the node could not be built; 4 a "repeat"
 or "wait" step did not get its answer within its limit (the message says
-what came instead); 6 --private-tmp could not be had (the message says why).
+what came instead); 5 --replay: the new log differs from the old one (the
+first difference is shown); 6 --private-tmp could not be had (the message
+says why). A replay that gives the same log exits with 0, whatever the
+recorded round's own exit code was; an old log that cannot be replayed
+(not an event log, damaged, cut short) gives 1, naming its file and line.
 
 The scenario format and the event log are described in docs/kivrun.md.
 )usage";
@@ -89,6 +105,7 @@ enum OptionId {
   kVersion,
   kPrivateTmp,
   kPicturesOut,
+  kReplay,
 };
 
 const std::vector<toolcli::Option> kOptions = {
@@ -104,6 +121,7 @@ const std::vector<toolcli::Option> kOptions = {
     {"version", 0, nullptr, kVersion},
     {"private-tmp", 0, nullptr, kPrivateTmp},
     {"pictures-out", 0, "a folder", kPicturesOut},
+    {"replay", 0, "an event log", kReplay},
 };
 
 // toolcli's options take a value always or never; --echo takes one only in
@@ -174,7 +192,7 @@ int StdoutWritten() {
 int main(int argc, char** argv) {
   kivrun::Options options;
   options.plugin = DefaultPlugin();
-  std::string scenario_path, config_path, log_path, trace_path, pictures_out;
+  std::string scenario_path, config_path, log_path, trace_path, pictures_out, replay_path;
   bool echo = false, progress = false, private_tmp = false;
 
   std::vector<std::string> args(argv, argv + argc);
@@ -221,6 +239,9 @@ int main(int argc, char** argv) {
           options.fold_echo = false;
           break;
         }
+        case kReplay:
+          replay_path = value;
+          break;
         case kProgress:
           progress = true;
           break;
@@ -240,16 +261,30 @@ int main(int argc, char** argv) {
     return UsageError(e.what());
   }
   const std::vector<std::string>& operands = command_line.Operands();
+  if (!replay_path.empty()) {
+    if (!operands.empty()) {
+      return UsageError("--replay plays a recorded log, not a scenario (got " + operands[0] + ")");
+    }
+    if (!config_path.empty()) {
+      return UsageError(
+          "--replay builds the node from the recorded configuration; leave out --config");
+    }
+    if (options.realtime) {
+      return UsageError("--replay plays on the virtual clock; leave out --realtime");
+    }
+  }
   if (operands.size() > 1) {
     return UsageError("one scenario at a time (got " + operands[0] + " and " + operands[1] + ")");
   }
   if (operands.size() == 1) scenario_path = operands[0];
-  if (scenario_path.empty() && config_path.empty()) {
-    return UsageError("give a scenario or a --config");
+  if (scenario_path.empty() && config_path.empty() && replay_path.empty()) {
+    return UsageError("give a scenario, a --config or a --replay");
   }
 
   kivrun::Scenario scenario;
+  kivrun::Recording recording;
   try {
+    if (!replay_path.empty()) recording = kivrun::ReadRecording(replay_path);
     if (!scenario_path.empty()) scenario = kivrun::LoadScenario(scenario_path);
     if (!config_path.empty()) scenario.config = kivrun::ReadJsonFile(config_path);
     if (scenario.path.empty()) scenario.path = config_path;
@@ -257,7 +292,18 @@ int main(int argc, char** argv) {
     std::cerr << "kivrun: " << e.what() << "\n";
     return kivrun::kScenarioError;
   }
+  // The new log must not take the place of the one it is compared with.
+  struct stat replayed = {};
+  struct stat written = {};
+  if (!replay_path.empty() && !log_path.empty() && stat(replay_path.c_str(), &replayed) == 0 &&
+      stat(log_path.c_str(), &written) == 0 && replayed.st_dev == written.st_dev &&
+      replayed.st_ino == written.st_ino) {
+    return UsageError("--log " + log_path +
+                      " is the log being replayed; write the new log elsewhere");
+  }
 
+  // The new log as the user named it, for messages.
+  const std::string log_name = log_path.empty() ? "standard output" : log_path;
   // With a private /tmp the node writes its pictures where nobody else's
   // are. Paths the user named under the machine's /tmp still lead there.
   sandbox::PrivateTmp tmp;
@@ -307,7 +353,9 @@ int main(int argc, char** argv) {
     log_file = std::make_unique<std::ostream>(log_buffer.get());
     log = log_file.get();
   }
-  int code = kivrun::RunScenario(scenario, options, *log, terminal_err);
+  int code = replay_path.empty()
+                 ? kivrun::RunScenario(scenario, options, *log, terminal_err)
+                 : kivrun::ReplayRecording(recording, options, *log, log_name, terminal_err);
   const struct {
     kivrun::OutputFile* output;
     std::string name;

@@ -179,6 +179,11 @@ bool StripePictureOf(const std::string& path, bool* left, int* distance) {
   return true;
 }
 
+bool TakesRequest(const ResponderKind& kind, const void* request) {
+  return kind.node != std::string("laser_power") ||
+         static_cast<const kiv_camera_calires_msg*>(request)->kind == kLaserPowerCheckKind;
+}
+
 std::string PictureProblem(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   if (!in) return "missing";
@@ -278,10 +283,7 @@ void Responders::Configure(const ResponderSetting& setting) {
 
 void Responders::OnRequest(Active& active, const void* request) {
   const ResponderKind& kind = *active.kind;
-  if (kind.node == std::string("laser_power") &&
-      static_cast<const kiv_camera_calires_msg*>(request)->kind != kLaserPowerCheckKind) {
-    return;
-  }
+  if (!TakesRequest(kind, request)) return;
   std::shared_ptr<const ResponderSetting> setting = active.setting;
   if (setting->mode == ResponderSetting::Mode::kSilent) {
     Fields f;

@@ -62,6 +62,10 @@ struct ResponderKind {
 // The five simulated nodes, in a fixed order.
 const std::vector<ResponderKind>& ResponderKinds();
 
+// Whether the node answers `request` (a record of its request type): the
+// laser power node answers only the type-5 results, the others every request.
+bool TakesRequest(const ResponderKind& kind, const void* request);
+
 // What is wrong with a picture file for a calculation node: "" when it is a
 // 640 x 480 8-bit BMP file, else a short reason ("missing", "not a BMP
 // file", "1280 x 480, not 640 x 480", "24-bit, not 8-bit").

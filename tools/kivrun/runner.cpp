@@ -19,6 +19,7 @@
 #include "tools/kivrun/file_watch.h"
 #include "tools/kivrun/progress.h"
 #include "tools/kivrun/records.h"
+#include "tools/kivrun/replay.h"
 #include "tools/kivrun/report.h"
 #include "tools/kivrun/responders.h"
 #include "tools/kivrun/round_summary.h"
@@ -106,7 +107,21 @@ class Run : public kiv::HostObserver, public sunxi_cam::sim::Observer {
           }
         }) {}
 
+  // Plays the recorded inputs of `recording` instead of the scenario's
+  // steps; every line of the new log goes to `compare` too.
+  void SetRecording(const Recording* recording, std::function<void(const std::string&)> compare) {
+    recording_ = recording;
+    log_.SetAfterWrite(std::move(compare));
+  }
+
+  // Returns the round's exit code.
   int Play();
+  // Whether the plug-in was loaded.
+  bool loaded() const { return loaded_; }
+  // Whether a recorded input could not be played again.
+  bool replay_failed() const { return replay_failed_; }
+  // Whether the report could not be written.
+  bool report_failed() const { return report_failed_; }
 
   // HostObserver
   void OnAdvertise(const std::string& node, const std::string& topic,
@@ -138,6 +153,15 @@ class Run : public kiv::HostObserver, public sunxi_cam::sim::Observer {
     std::string last;
   };
 
+  // A replayed simulated calculation node: how it is set up now, and how
+  // many of its recorded answers it has given.
+  struct ReplayedNode {
+    const ResponderKind* kind = nullptr;
+    bool silent = false;
+    int64_t delay_us = 0;
+    std::size_t answered = 0;
+  };
+
   void CameraCall(const char* call, Fields& f, bool ok, const std::string& reason);
   void WatchPictures();
   void Console(const char* stream, const std::string& line);
@@ -157,6 +181,15 @@ class Run : public kiv::HostObserver, public sunxi_cam::sim::Observer {
   // time on the real one (stopping early once `stop` says so).
   void Pass(int64_t us, const std::function<bool()>& stop);
   void RunTicks(int64_t count);
+  // Plays the recording's inputs; the round's exit code.
+  int PlayRecording();
+  // Moves the virtual clock on to `t`, when it is not there yet.
+  void AdvanceTo(int64_t t);
+  void ReplayResponder(const RecordedEvent& event);
+  void ReplayRequest(const std::string& node, const void* request);
+  void ReplayAnswer(const std::string& node);
+  // Where a step's messages point: "FILE: step N", in a replay "LOG:LINE: step N".
+  std::string StepWhere(const Step& step) const;
   // A line of kivrun's own on the terminal, after the echo held back.
   void Show(const std::string& line);
   // The error stream, once the echo held back is out and the bar is gone.
@@ -173,6 +206,12 @@ class Run : public kiv::HostObserver, public sunxi_cam::sim::Observer {
   EventLog log_;
   std::ostream& errors_;
   EchoFold echo_;
+  const Recording* recording_ = nullptr;
+  int replay_line_ = 0;  // the recorded line being played
+  std::map<std::string, ReplayedNode> replayed_;
+  bool loaded_ = false;
+  bool replay_failed_ = false;
+  bool report_failed_ = false;
   kiv::Host host_;
   std::map<std::string, const RecordLayout*> watched_;  // topic -> record the node publishes
   FileWatch files_;
@@ -362,7 +401,14 @@ int Run::Play() {
     ConsoleTap out(std::cout, [this](const std::string& line) { Console("stdout", line); });
     ConsoleTap err(std::cerr, [this](const std::string& line) { Console("stderr", line); });
     try {
+      if (options_.realtime) {
+        // A replay cannot put the ticks of the wall clock back where they fell.
+        Fields clock;
+        clock.Str("source", "wall");
+        log_.Write(kClockEvent, clock.value());
+      }
       library_ = kiv::NodeLibrary::Load(options_.plugin, registry_);
+      loaded_ = true;
       Fields f;
       f.Str("plugin", BaseName(options_.plugin));
       rapidjson::Value ids(rapidjson::kArrayType);
@@ -413,9 +459,13 @@ int Run::Play() {
         responders_->SetOnAnswer([this](const std::string& node, const std::string& action) {
           summary_.Answered(node, action);
         });
-        for (const Step& step : scenario_.steps) {
-          code = PlayStep(step);
-          if (code != kOk) break;
+        if (recording_) {
+          code = PlayRecording();
+        } else {
+          for (const Step& step : scenario_.steps) {
+            code = PlayStep(step);
+            if (code != kOk) break;
+          }
         }
         Teardown();
       }
@@ -458,6 +508,7 @@ int Run::Play() {
                << " and " << kReportSheet << "\n";
     } catch (const std::exception& e) {
       Errors() << "kivrun: " << e.what() << "\n";
+      report_failed_ = true;
       if (code == kOk) code = kUsageError;
     }
   }
@@ -481,9 +532,13 @@ void Run::Summarise(int code) {
   }
 }
 
+std::string Run::StepWhere(const Step& step) const {
+  return scenario_.path + (recording_ ? ":" + std::to_string(replay_line_) : std::string()) +
+         ": step " + std::to_string(step.number);
+}
+
 int Run::Fail(const Step& step, int code, const std::string& what) {
-  const std::string message =
-      scenario_.path + ": step " + std::to_string(step.number) + ": " + what;
+  const std::string message = StepWhere(step) + ": " + what;
   Fields f;
   f.Int("step", step.number).Str("what", message);
   log_.Write("error", f.value());
@@ -687,7 +742,7 @@ void Run::RunTicks(int64_t count) {
 // The record layout a send step sends: the one it names, else the one the
 // node takes on the topic.
 const RecordLayout* Run::SendLayout(const Step& step) const {
-  const std::string where = scenario_.path + ": step " + std::to_string(step.number) + ": ";
+  const std::string where = StepWhere(step) + ": ";
   if (!step.record.empty()) {
     const RecordLayout* layout = FindRecord(step.record);
     if (layout == nullptr) {
@@ -725,7 +780,7 @@ void Run::Send(const Step& step) {
   try {
     EncodeFields(*layout, wanted, record.get());
   } catch (const std::invalid_argument& e) {
-    throw ScenarioError(scenario_.path + ": step " + std::to_string(step.number) + ": " + e.what());
+    throw ScenarioError(StepWhere(step) + ": " + e.what());
   }
   Fields f;
   f.Int("step", step.number).Str("topic", step.topic).Str("record", layout->name);
@@ -789,6 +844,91 @@ void Run::Json(const Step& step) {
   log_.Write("json_reply", reply.value());
 }
 
+void Run::AdvanceTo(int64_t t) {
+  const int64_t now = host_.Loop().Now();
+  if (t > now) Pass(t - now, nullptr);
+}
+
+int Run::PlayRecording() {
+  int code = kOk;
+  for (const RecordedEvent& event : recording_->inputs) {
+    AdvanceTo(event.t);
+    replay_line_ = event.line;
+    if (event.kind == "teardown") {
+      Teardown();
+    } else if (event.kind == "responder") {
+      ReplayResponder(event);
+    } else if (event.kind == "matched" || event.kind == "error") {
+      // The recorded run's own verdicts: a step got what it waited for, or
+      // the run stopped here.
+      const rapidjson::Document members = ParseRecorded(event.members);
+      log_.Write(event.kind.c_str(), members);
+      if (event.kind == "error") {
+        code = recording_->end_code;
+      } else if (options_.progress) {
+        const auto requests = members.FindMember("requests");
+        Show(MatchedLine(host_.Loop().Now(), Text(members["label"]),
+                         requests != members.MemberEnd(),
+                         requests != members.MemberEnd() ? requests->value.GetInt64() : 0,
+                         members["ticks"].GetInt64()));
+      }
+    } else {
+      const int played = PlayStep(event.step);
+      if (played != kOk) {
+        replay_failed_ = true;
+        return played;
+      }
+    }
+  }
+  return code;
+}
+
+void Run::ReplayResponder(const RecordedEvent& event) {
+  const rapidjson::Document members = ParseRecorded(event.members);
+  log_.Write("responder", members);
+  const std::string node = Text(members["node"]);
+  const auto [it, first] = replayed_.try_emplace(node);
+  ReplayedNode& replayed = it->second;
+  for (const ResponderKind& kind : ResponderKinds()) {
+    if (node == kind.node) replayed.kind = &kind;
+  }
+  replayed.silent = Text(members["mode"]) == "silent";
+  replayed.delay_us = members["delay_us"].GetInt64();
+  if (!first) return;
+  FindRecord(replayed.kind->request)
+      ->watch(host_, node, replayed.kind->listens,
+              [this, node](const void* request) { ReplayRequest(node, request); });
+}
+
+void Run::ReplayRequest(const std::string& node, const void* request) {
+  const ReplayedNode& replayed = replayed_.at(node);
+  if (!TakesRequest(*replayed.kind, request)) return;
+  if (replayed.silent) {
+    Fields f;
+    f.Str("node", node).Str("topic", replayed.kind->listens);
+    log_.Write("silent", f.value());
+    return;
+  }
+  host_.Loop().AddTimer([this, node] { ReplayAnswer(node); }, replayed.delay_us, 0,
+                        "kivrun/" + node);
+}
+
+void Run::ReplayAnswer(const std::string& node) {
+  ReplayedNode& replayed = replayed_.at(node);
+  const auto answers = recording_->answers.find(node);
+  // Asked more often than in the recording: there is no answer to give.
+  if (answers == recording_->answers.end() || replayed.answered >= answers->second.size()) return;
+  const RecordedEvent& answer = answers->second[replayed.answered++];
+  const rapidjson::Document members = ParseRecorded(answer.members);
+  log_.Write("answer", members);
+  const RecordLayout& layout = *FindRecord(Text(members["record"]));
+  std::shared_ptr<void> record = layout.make();
+  EncodeFields(layout, members["fields"], record.get());
+  const std::string topic = Text(members["topic"]);
+  layout.publish(host_.FindTopic(topic), topic, record.get(), "kivrun/" + node);
+  summary_.Answered(node, Text(members["action"]));
+}
+
 void Run::Teardown() {
   if (!node_) return;
   Fields f;
@@ -798,6 +938,45 @@ void Run::Teardown() {
 }
 
 }  // namespace
+
+int ReplayRecording(const Recording& recording, const Options& options, std::ostream& log_stream,
+                    const std::string& log_name, std::ostream& errors) {
+  Scenario scenario;
+  scenario.path = recording.path;
+  scenario.description = "A replay of " + recording.path + ".";
+  scenario.node_id = recording.node_id;
+  scenario.config = std::make_shared<rapidjson::Document>(ParseRecorded(recording.config));
+  LogComparison comparison(recording);
+  bool loaded = false, failed = false, report_failed = false;
+  try {
+    Run run(scenario, options, log_stream, errors);
+    run.SetRecording(&recording, [&comparison](const std::string& line) { comparison.Add(line); });
+    run.Play();
+    loaded = run.loaded();
+    failed = run.replay_failed();
+    report_failed = run.report_failed();
+  } catch (const ScenarioError& e) {
+    errors << "kivrun: " << e.what() << "\n";
+    return kScenarioError;
+  }
+  if (!loaded) return kNodeError;
+  if (!comparison.Same()) {
+    errors << "kivrun: " << comparison.Report(log_name);
+    return failed ? kScenarioError : kReplayDiffers;
+  }
+  if (failed) return kScenarioError;
+  if (!recording.commit_tag.empty() && !recording.HasPlaceholderTags() &&
+      (recording.commit_tag != comparison.commit_tag() ||
+       recording.framework_tag != comparison.framework_tag())) {
+    errors << "kivrun: note: " << recording.path << " was recorded with version tags "
+           << recording.commit_tag << " and " << recording.framework_tag
+           << "; this plug-in registers " << comparison.commit_tag() << " and "
+           << comparison.framework_tag() << " (version tags are not compared)\n";
+  }
+  errors << "kivrun: the replay of " << recording.path << " gave the same " << comparison.count()
+         << " events\n";
+  return report_failed ? kUsageError : kOk;
+}
 
 int RunScenario(const Scenario& scenario, const Options& options, std::ostream& log_stream,
                 std::ostream& errors) {

@@ -8,6 +8,17 @@
 // sends, JSON replies, timers added and deleted, version tags and every
 // exception that left a handler, a timer callback or the builder are
 // written to the log in the order they happened.
+//
+// ReplayRecording plays a recorded log's inputs instead of a scenario (see
+// replay.h) and compares the new log with the recorded one as it is
+// written: the node is built from the recorded configuration; before each
+// recorded input the virtual clock moves on to the input's time, running the
+// timers that fall due on the way, as the recorded run did; the steps are
+// played again (sends, JSON commands, clock steps, camera settings, notes,
+// the trace and frame logging); the simulated calculation nodes take the
+// node's requests as set up, and answer each with the next answer the
+// recording has for them, after the recorded delay; the runner's own
+// "matched" and "error" events and the teardown come where they came.
 #ifndef LASERCALI_TOOLS_KIVRUN_RUNNER_H_
 #define LASERCALI_TOOLS_KIVRUN_RUNNER_H_
 
@@ -15,6 +26,7 @@
 #include <string>
 
 #include "tools/kivrun/event_log.h"
+#include "tools/kivrun/replay.h"
 #include "tools/kivrun/scenario.h"
 
 namespace kivrun {
@@ -37,8 +49,9 @@ enum ExitCode {
   kScenarioError = 1,
   kUsageError = 2,
   kNodeError = 3,
-  kNoAnswer = 4,  // a "repeat" or "wait" step ran out before its answer came
-  kNoPrivateTmp = 6,  // --private-tmp: the process could not have a /tmp of its own
+  kNoAnswer = 4,       // a "repeat" or "wait" step ran out before its answer came
+  kReplayDiffers = 5,  // --replay: the new log differs from the recorded one
+  kNoPrivateTmp = 6,   // --private-tmp: the process could not have a /tmp of its own
 };
 
 // Plays `scenario`; returns an ExitCode. With a progress display, the
@@ -48,6 +61,15 @@ enum ExitCode {
 // (one line each) and, where they happen inside the run, in the log.
 int RunScenario(const Scenario& scenario, const Options& options, std::ostream& log_stream,
                 std::ostream& errors);
+
+// Replays `recording` with `options` (never on the wall clock), writing the
+// new log to `log_stream`, named `log_name` in messages. Returns kOk when
+// the new log has the same events; kReplayDiffers when not, after showing
+// the first difference on `errors`; kScenarioError when a recorded input
+// cannot be played again; kNodeError when the plug-in cannot be loaded;
+// kUsageError when the report cannot be written.
+int ReplayRecording(const Recording& recording, const Options& options, std::ostream& log_stream,
+                    const std::string& log_name, std::ostream& errors);
 
 }  // namespace kivrun
 

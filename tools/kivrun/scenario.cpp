@@ -21,10 +21,7 @@ std::string Folder(const std::string& path) {
   return slash == std::string::npos ? std::string(".") : path.substr(0, slash);
 }
 
-// The parse flags of every JSON text kivrun reads: no recursion in the
-// parser, and strings must be valid UTF-8.
-constexpr unsigned kParseFlags =
-    rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag;
+constexpr unsigned kParseFlags = kJsonParseFlags;
 
 // Counts how deep lists and objects nest; stops the parse past kMaxJsonDepth.
 struct DepthCheck : rapidjson::BaseReaderHandler<rapidjson::UTF8<>, DepthCheck> {
@@ -45,8 +42,8 @@ struct DepthCheck : rapidjson::BaseReaderHandler<rapidjson::UTF8<>, DepthCheck> 
   }
 };
 
-std::string Where(const std::string& text, std::size_t offset) {
-  int line = 1, column = 1;
+std::string Where(const std::string& text, std::size_t offset, int first_line = 1) {
+  int line = first_line, column = 1;
   for (std::size_t i = 0; i < offset && i < text.size(); ++i) {
     if (text[i] == '\n') {
       ++line;
@@ -394,7 +391,7 @@ std::string Printable(const std::string& text) {
 }
 
 std::shared_ptr<rapidjson::Document> ParseJsonText(const std::string& content,
-                                                   const std::string& name) {
+                                                   const std::string& name, int first_line) {
   // First the nesting depth alone, so no deeper document is ever built.
   {
     DepthCheck depth;
@@ -402,7 +399,7 @@ std::shared_ptr<rapidjson::Document> ParseJsonText(const std::string& content,
     rapidjson::StringStream stream(content.c_str());
     reader.Parse<kParseFlags>(stream, depth);
     if (depth.too_deep) {
-      throw ScenarioError(name + ":" + Where(content, reader.GetErrorOffset()) +
+      throw ScenarioError(name + ":" + Where(content, reader.GetErrorOffset(), first_line) +
                           ": lists and objects nest deeper than " + std::to_string(kMaxJsonDepth) +
                           " levels");
     }
@@ -410,13 +407,13 @@ std::shared_ptr<rapidjson::Document> ParseJsonText(const std::string& content,
   auto doc = std::make_shared<rapidjson::Document>();
   doc->Parse<kParseFlags>(content.c_str(), content.size());
   if (doc->HasParseError()) {
-    throw ScenarioError(name + ":" + Where(content, doc->GetErrorOffset()) + ": " +
+    throw ScenarioError(name + ":" + Where(content, doc->GetErrorOffset(), first_line) + ": " +
                         rapidjson::GetParseError_En(doc->GetParseError()));
   }
   return doc;
 }
 
-std::shared_ptr<rapidjson::Document> ReadJsonFile(const std::string& path) {
+std::string ReadTextFile(const std::string& path, const std::string& what) {
   // O_NONBLOCK: opening a pipe must not wait for a writer.
   const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (fd < 0) throw ScenarioError(path + ": cannot read the file: " + std::strerror(errno));
@@ -432,7 +429,7 @@ std::shared_ptr<rapidjson::Document> ReadJsonFile(const std::string& path) {
   if (!S_ISREG(info.st_mode)) {
     throw ScenarioError(path + ": is not a regular file (a device, a pipe or a socket)");
   }
-  const std::string too_large = " bytes; a JSON file may have at most " +
+  const std::string too_large = " bytes; " + what + " may have at most " +
                                 std::to_string(kMaxJsonFileBytes) + " bytes (16 MiB)";
   if (info.st_size > kMaxJsonFileBytes) {
     throw ScenarioError(path + ": is " + std::to_string(info.st_size) + too_large);
@@ -454,7 +451,11 @@ std::shared_ptr<rapidjson::Document> ReadJsonFile(const std::string& path) {
     throw ScenarioError(path + ": is more than " + std::to_string(kMaxJsonFileBytes) + too_large);
   }
   content.resize(have);
-  return ParseJsonText(content, path);
+  return content;
+}
+
+std::shared_ptr<rapidjson::Document> ReadJsonFile(const std::string& path) {
+  return ParseJsonText(ReadTextFile(path), path);
 }
 
 Scenario LoadScenario(const std::string& path) {

@@ -7,8 +7,11 @@
 // A file is read only when it is a regular file of at most kMaxJsonFileBytes,
 // and parsed only when its lists and objects nest at most kMaxJsonDepth deep
 // (checked by a first pass that keeps no document), so nothing later walks or
-// copies a deeper document. Steps are kept compact: the JSON values a step
-// carries are kept as their minified text and parsed when the step plays.
+// copies a deeper document. Event logs read for a replay get the same limits
+// (ReadTextFile, ParseJsonText). Steps are kept compact: the JSON values a
+// step carries are kept as their minified text and parsed when the step
+// plays; numbers are parsed to the nearest double, so a kept value parses
+// back to exactly the value it was made from.
 #ifndef LASERCALI_TOOLS_KIVRUN_SCENARIO_H_
 #define LASERCALI_TOOLS_KIVRUN_SCENARIO_H_
 
@@ -132,15 +135,27 @@ struct Scenario {
   std::vector<Step> steps;
 };
 
+// The parse flags of every JSON text kivrun reads: no recursion in the
+// parser, strings must be valid UTF-8, numbers to the nearest double.
+inline constexpr unsigned kJsonParseFlags = rapidjson::kParseIterativeFlag |
+                                            rapidjson::kParseValidateEncodingFlag |
+                                            rapidjson::kParseFullPrecisionFlag;
+
+// Reads a whole file that must be a regular file of at most
+// kMaxJsonFileBytes; throws ScenarioError naming the file otherwise. `what`
+// names the kind of file in the message ("a JSON file", "an event log").
+std::string ReadTextFile(const std::string& path, const std::string& what = "a JSON file");
+
 // Reads a JSON file; throws ScenarioError with the file name and what is
 // wrong: not a regular file, too large, not UTF-8, nested too deep, or the
 // line and column of a syntax error.
 std::shared_ptr<rapidjson::Document> ReadJsonFile(const std::string& path);
 
 // Parses JSON text with the same checks (nesting depth, UTF-8); `name`
-// starts the error messages.
-std::shared_ptr<rapidjson::Document> ParseJsonText(const std::string& text,
-                                                   const std::string& name);
+// starts the error messages, which give the line and column, counting the
+// text's first line as `first_line` (for one line of a longer file).
+std::shared_ptr<rapidjson::Document> ParseJsonText(const std::string& text, const std::string& name,
+                                                   int first_line = 1);
 
 // A text for messages: control characters, quotes and backslashes escaped
 // as in JSON (a NUL shows as \u0000), every other byte as it is.
