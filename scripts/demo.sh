@@ -2,8 +2,11 @@
 # Installs what is missing, builds, and runs the main job: a whole factory
 # plane calibration on the PC. kivrun loads the calibration node, plays the
 # factory tool (distances 5 to 45, each repeated until accepted, then the
-# plane calibration) and the calculation nodes, and shows the node's console
-# lines, a line per accepted distance and a summary of the round. The event
+# plane calibration and a distance check) and the computing calculation
+# nodes, which fit each laser's plane to the pictures the node stored
+# (docs/calibration.md), and shows the node's console lines, a line per
+# accepted distance and a summary of the round: each laser's recovered plane
+# beside the simulator's true one, the check and the distance check. The event
 # log goes to out/<scenario>.jsonl and a picture report to out/report/. The
 # node runs against a /tmp of its own, so the pictures on this machine stay
 # as they are; the pictures it wrote are copied to out/pictures/.
@@ -11,8 +14,9 @@
 # usage: scripts/demo.sh [--quiet] [--realtime] [SCENARIO.json]
 #   --quiet     leave out the node's console lines
 #   --realtime  run the 10 ms frame timer on the wall clock (with a progress bar)
-#   SCENARIO    another round, e.g. scenarios/app_round.json
-#               (default: scenarios/factory_plane_round.json)
+#   SCENARIO    another round, e.g. scenarios/misaligned_laser_round.json
+#               (default: scenarios/factory_compute_round.json;
+#               scenarios/factory_plane_round.json answers with fixed numbers)
 # Exit code 0 only when the round reached its final result.
 #
 # It says what it is doing, one line a stage ("demo.sh: building ...").
@@ -30,7 +34,7 @@ build=${LASERCALI_BUILD_DIR:-build}
 out=out
 echo_lines="--echo"
 realtime=""
-scenario="scenarios/factory_plane_round.json"
+scenario="scenarios/factory_compute_round.json"
 while [ $# -gt 0 ]; do
   case "$1" in
     --quiet) echo_lines="" ;;
@@ -61,7 +65,8 @@ build_kivrun() {
 # What the round is called in the stage line.
 round_name() {
   case "$1" in
-    scenarios/factory_plane_round.json) echo "the factory round" ;;
+    scenarios/factory_compute_round.json) echo "the factory round" ;;
+    scenarios/factory_plane_round.json) echo "the factory round with fixed answers" ;;
     *) echo "$1" ;;
   esac
 }

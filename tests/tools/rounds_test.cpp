@@ -259,6 +259,56 @@ TEST(ComputingRoundTest, TheAppsCutPicturesGiveBothPlanes) {
   EXPECT_EQ(text.substr(text.size() - 4), ";1;1") << text;
 }
 
+// The summary and the report show each laser's recovered plane beside the
+// true one with the errors, the check and the distance check.
+TEST(ComputingRoundTest, TheSummaryAndTheReportShowTheTrueAndTheRecoveredPlanes) {
+  char pattern[] = "/tmp/rounds_report.XXXXXX";
+  const fs::path dir = mkdtemp(pattern);
+  const KivrunRun run = Kivrun("--progress --report " + (dir / "report").string() + " " +
+                               kScenarios + "/factory_compute_round.json");
+  const std::string report = ReadFile(dir / "report" / "report.md");
+  fs::remove_all(dir);
+  EXPECT_EQ(run.status, 0) << run.err;
+  for (const char* side : {"left", "right"}) {
+    const std::string truth = side[0] == 'l' ? "true -2.0000, 0.0000 deg, 21.9866 mm; error "
+                                             : "true 2.0000, 0.0000 deg, -21.9866 mm; error ";
+    const std::string row = std::string(side) + " laser plane:";
+    const std::size_t at = run.err.find(row);
+    ASSERT_NE(at, std::string::npos) << run.err;
+    const std::string line = run.err.substr(at, run.err.find('\n', at) - at);
+    EXPECT_NE(line.find("yaw "), std::string::npos) << line;
+    EXPECT_NE(line.find(truth), std::string::npos) << line;
+    EXPECT_NE(line.find(" deg (normal), "), std::string::npos) << line;
+    EXPECT_NE(report.find("| " + std::string(side) + " laser plane | yaw "), std::string::npos)
+        << report;
+  }
+  EXPECT_NE(run.err.find("plane check:                    passed: residuals left "),
+            std::string::npos)
+      << run.err;
+  EXPECT_NE(run.err.find("with the sent planes; true 275.0000 mm; error "), std::string::npos)
+      << run.err;
+  EXPECT_NE(report.find("| distance check | "), std::string::npos) << report;
+}
+
+// A computing node that cannot answer says why in the summary.
+TEST(ComputingRoundTest, ACalculationThatFailsIsSummedUpWithItsReason) {
+  char pattern[] = "/tmp/rounds_failure.XXXXXX";
+  const fs::path dir = mkdtemp(pattern);
+  std::ofstream(dir / "failure.json")
+      << R"({"config_file": ")" << kScenarios << R"(/lasercali.json", "steps": [
+           {"responder": "plane", "compute": true},
+           {"send": "LASER_CALIBR_REQ", "record": "LaserClibrMsg", "fields": {"kind": 1}},
+           {"ticks": 2}]})";
+  const KivrunRun run = Kivrun("--progress " + (dir / "failure.json").string());
+  fs::remove_all(dir);
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_NE(run.err.find("plane calibration:              refused: /tmp/left/560.bmp: missing "
+                         "(and 17 more)\n"),
+            std::string::npos)
+      << run.err;
+  EXPECT_EQ(run.err.find("left laser plane:"), std::string::npos) << run.err;
+}
+
 TEST(RealtimeRoundTest, OneDistanceOnTheWallClockRunsToItsEnd) {
   const auto start = std::chrono::steady_clock::now();
   const KivrunRun run = Kivrun("--realtime " + std::string(LASERCALI_SOURCE_DIR) +

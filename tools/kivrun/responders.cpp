@@ -358,6 +358,7 @@ void Responders::Answer(const ResponderKind& kind, const ResponderSetting& setti
   layout.publish(host_.FindTopic(kind.answers), kind.answers, record.get(),
                  std::string("kivrun/") + kind.node);
   if (on_answer_) on_answer_(kind.node, action);
+  if (computes && on_computed_) on_computed_(kind.node, f.value());
 }
 
 bool Responders::Compute(const ResponderKind& kind, const std::vector<std::string>& paths,

@@ -98,6 +98,13 @@ class Responders {
   void SetOnAnswer(std::function<void(const std::string& node, const std::string& action)> hook) {
     on_answer_ = std::move(hook);
   }
+  // Called after each answer of a computing node, with its "answer" event:
+  // what it computed beside the truth, or why it could not
+  // (docs/calibration.md).
+  void SetOnComputed(
+      std::function<void(const std::string& node, const rapidjson::Value& answer)> hook) {
+    on_computed_ = std::move(hook);
+  }
 
  private:
   struct Active {
@@ -123,6 +130,7 @@ class Responders {
   std::map<std::string, Active> active_;
   SentPlanes sent_planes_;
   std::function<void(const std::string&, const std::string&)> on_answer_;
+  std::function<void(const std::string&, const rapidjson::Value&)> on_computed_;
 };
 
 }  // namespace kivrun

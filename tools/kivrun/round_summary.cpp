@@ -3,6 +3,7 @@
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 
@@ -150,6 +151,103 @@ void RoundSummary::Answered(const std::string& node, const std::string& action) 
   Count(answers_, action == "answer" ? node : node + " (" + action + ")");
 }
 
+namespace {
+
+// A number of the answer event, or NaN.
+double Number(const rapidjson::Value& object, const char* key) {
+  if (!object.IsObject()) return std::nan("");
+  const auto it = object.FindMember(key);
+  return it != object.MemberEnd() && it->value.IsNumber() ? it->value.GetDouble() : std::nan("");
+}
+
+const rapidjson::Value& Member(const rapidjson::Value& object, const char* key) {
+  static const rapidjson::Value null;
+  if (!object.IsObject()) return null;
+  const auto it = object.FindMember(key);
+  return it != object.MemberEnd() ? it->value : null;
+}
+
+std::string Text(const char* format, double a, double b = 0, double c = 0, double d = 0,
+                 double e = 0, double f = 0, double g = 0, double h = 0) {
+  char text[300];
+  std::snprintf(text, sizeof text, format, a, b, c, d, e, f, g, h);
+  return text;
+}
+
+// Why a computing node could not answer: its code and reason, or the
+// pictures it refused.
+std::string Failure(const rapidjson::Value& answer) {
+  const rapidjson::Value& problems = Member(answer, "problems");
+  if (problems.IsArray() && !problems.Empty() && problems[0].IsString()) {
+    return "refused: " + std::string(problems[0].GetString()) +
+           (problems.Size() > 1 ? " (and " + std::to_string(problems.Size() - 1) + " more)" : "");
+  }
+  const rapidjson::Value& reason = Member(answer, "reason");
+  return "failed with code " + std::to_string(static_cast<int>(Number(answer, "code"))) + ": " +
+         (reason.IsString() ? reason.GetString() : "");
+}
+
+}  // namespace
+
+void RoundSummary::Computed(const std::string& node, const rapidjson::Value& answer) {
+  std::vector<std::pair<std::string, std::string>> rows;
+  const bool failed = Member(answer, "problems").IsArray() || Member(answer, "code").IsNumber();
+  if (node == "plane") {
+    for (const char* side : {"left", "right"}) {
+      const rapidjson::Value& got = Member(Member(answer, "lasers"), side);
+      const rapidjson::Value& truth = Member(Member(answer, "truth"), side);
+      const rapidjson::Value& error = Member(Member(answer, "errors"), side);
+      if (!Member(got, "yaw").IsNumber()) continue;
+      rows.emplace_back(
+          std::string(side) + " laser plane",
+          Text("yaw %.4f, roll %.4f deg, offset %.4f mm; true %.4f, %.4f deg, %.4f mm; error "
+               "%.5f deg (normal), %+.4f mm (offset)",
+               Number(got, "yaw"), Number(got, "roll"), Number(got, "offset_mm"),
+               Number(truth, "yaw"), Number(truth, "roll"), Number(truth, "offset_mm"),
+               Number(error, "normal_deg"), Number(error, "offset_mm")));
+    }
+    if (failed) rows.emplace_back("plane calibration", Failure(answer));
+  } else if (node == "check") {
+    const rapidjson::Value& residuals = Member(answer, "residuals");
+    if (failed) {
+      rows.emplace_back("plane check", Failure(answer));
+    } else {
+      rows.emplace_back(
+          "plane check",
+          Text("passed: residuals left %.4f px RMS, %.4f px at worst; right %.4f px RMS, %.4f "
+               "px at worst",
+               Number(Member(residuals, "left"), "rms_px"),
+               Number(Member(residuals, "left"), "worst_px"),
+               Number(Member(residuals, "right"), "rms_px"),
+               Number(Member(residuals, "right"), "worst_px")));
+    }
+  } else if (node == "distance") {
+    const rapidjson::Value& walls = Member(answer, "walls");
+    const double left = Number(Member(walls, "left"), "distance_mm");
+    const double right = Number(Member(walls, "right"), "distance_mm");
+    const rapidjson::Value& planes = Member(answer, "planes");
+    const std::string with =
+        planes.IsString() && std::string(planes.GetString()) == "sent" ? "sent" : "true";
+    if (!std::isnan(left) && !std::isnan(right)) {
+      rows.emplace_back(
+          "distance check",
+          Text("%.4f mm (left %.4f, right %.4f) with the ", (left + right) / 2, left, right) +
+              with + " planes; true " +
+              Text("%.4f mm; error %+.4f mm", Number(Member(answer, "truth"), "distance_mm"),
+                   Number(Member(answer, "errors"), "distance_mm")));
+    }
+    if (failed)
+      rows.emplace_back(rows.empty() ? "distance check" : "distance check result", Failure(answer));
+  }
+  for (auto& entry : computed_) {
+    if (entry.first == node) {
+      entry.second = std::move(rows);
+      return;
+    }
+  }
+  computed_.emplace_back(node, std::move(rows));
+}
+
 void RoundSummary::Written(const std::string& path, int64_t size, const std::string& hash) {
   ++picture_writes_;
   ReportPicture* picture = nullptr;
@@ -200,6 +298,9 @@ std::vector<std::pair<std::string, std::string>> RoundSummary::Rows(int64_t simu
                     std::to_string(Total(requests_)) + ": " + Counts(requests_));
   rows.emplace_back("answers of calculation nodes",
                     std::to_string(Total(answers_)) + ": " + Counts(answers_));
+  for (const auto& node : computed_) {
+    for (const auto& row : node.second) rows.push_back(row);
+  }
   rows.emplace_back("replies of the node",
                     std::to_string(Total(replies_)) + ": " + Counts(replies_));
   rows.emplace_back("results relayed", std::to_string(Total(results_)) + ": " + Counts(results_));

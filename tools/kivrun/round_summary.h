@@ -5,7 +5,9 @@
 // The runner feeds it as things happen; Rows() gives the figures for the
 // end-of-round summary and the report, Pictures() the written pictures with
 // what was being taken when each was written (the last request value the
-// factory tool or the app sent).
+// factory tool or the app sent). The last answer of each computing
+// calculation node adds rows: each laser's recovered and true plane and the
+// errors, the check's residuals, the measured and the true wall distance.
 #ifndef LASERCALI_TOOLS_KIVRUN_ROUND_SUMMARY_H_
 #define LASERCALI_TOOLS_KIVRUN_ROUND_SUMMARY_H_
 
@@ -32,6 +34,9 @@ class RoundSummary {
   void Published(const std::string& topic, const rapidjson::Value& fields);
   // A simulated node answered (action: answer, fail, refuse).
   void Answered(const std::string& node, const std::string& action);
+  // A computing node answered; `answer` is its "answer" event
+  // (docs/calibration.md).
+  void Computed(const std::string& node, const rapidjson::Value& answer);
   // A picture file was written.
   void Written(const std::string& path, int64_t size, const std::string& hash);
 
@@ -50,6 +55,8 @@ class RoundSummary {
   std::vector<std::pair<std::string, int>> replies_;   // camera state and distance replies
   std::vector<std::pair<std::string, int>> results_;   // relayed results by topic and kind
   std::string final_result_;
+  std::vector<std::pair<std::string, std::vector<std::pair<std::string, std::string>>>>
+      computed_;  // node, its rows
   std::vector<ReportPicture> pictures_;
   int picture_writes_ = 0;
   std::string taking_ = "before any request";  // label of pictures written now

@@ -158,6 +158,7 @@ class Run : public kiv::HostObserver, public sunxi_cam::sim::Observer {
   struct ReplayedNode {
     const ResponderKind* kind = nullptr;
     bool silent = false;
+    bool computes = false;  // its answers carry what it computed
     int64_t delay_us = 0;
     std::size_t answered = 0;
   };
@@ -458,6 +459,9 @@ int Run::Play() {
         responders_ = std::make_unique<Responders>(host_, log_, delt_factory);
         responders_->SetOnAnswer([this](const std::string& node, const std::string& action) {
           summary_.Answered(node, action);
+        });
+        responders_->SetOnComputed([this](const std::string& node, const rapidjson::Value& answer) {
+          summary_.Computed(node, answer);
         });
         if (recording_) {
           code = PlayRecording();
@@ -893,6 +897,7 @@ void Run::ReplayResponder(const RecordedEvent& event) {
     if (node == kind.node) replayed.kind = &kind;
   }
   replayed.silent = Text(members["mode"]) == "silent";
+  replayed.computes = Text(members["mode"]) == "compute";
   replayed.delay_us = members["delay_us"].GetInt64();
   if (!first) return;
   FindRecord(replayed.kind->request)
@@ -927,6 +932,7 @@ void Run::ReplayAnswer(const std::string& node) {
   const std::string topic = Text(members["topic"]);
   layout.publish(host_.FindTopic(topic), topic, record.get(), "kivrun/" + node);
   summary_.Answered(node, Text(members["action"]));
+  if (replayed.computes) summary_.Computed(node, members);
 }
 
 void Run::Teardown() {
