@@ -4,11 +4,17 @@
 
 #include <gtest/gtest.h>
 #include <malloc.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <fstream>
+#include <limits>
+#include <random>
 #include <string>
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -256,6 +262,80 @@ TEST_F(ScenarioTest, TextThatIsNotUtf8IsRefusedWhereItStands) {
 TEST_F(ScenarioTest, PrintableEscapesControlCharacters) {
   EXPECT_EQ(kivrun::Printable(std::string("a\0b\n\"\\\x7f", 7)), "a\\u0000b\\u000a\\\"\\\\\\u007f");
   EXPECT_EQ(kivrun::Printable("caf\xC3\xA9"), "caf\xC3\xA9");
+}
+
+// The value of one JSON number, parsed as kivrun parses every text.
+rapidjson::Document Number(const std::string& text) {
+  rapidjson::Document doc;
+  const rapidjson::ParseResult result = kivrun::ParseJson(&doc, text.data(), text.size());
+  EXPECT_FALSE(result.IsError()) << text;
+  return doc;
+}
+
+uint64_t Bits(double d) {
+  uint64_t bits;
+  std::memcpy(&bits, &d, sizeof bits);
+  return bits;
+}
+
+TEST(ParseJsonTest, NumbersWhoseDigitsAreAllZeroAreZeroWhateverTheirExponent) {
+  for (const char* zero : {
+           "0e300",
+           "0E+300",
+           "0.0e-300",
+           "0.00000000000000000000e77",
+           "0e-400",
+       }) {
+    const rapidjson::Document doc = Number(zero);
+    ASSERT_TRUE(doc.IsDouble()) << zero;
+    EXPECT_EQ(doc.GetDouble(), 0.0) << zero;
+  }
+  EXPECT_TRUE(std::signbit(Number("-0.0e300").GetDouble()));
+}
+
+TEST(ParseJsonTest, IntegersStayIntegersAsFarAs64BitsGo) {
+  EXPECT_TRUE(Number("5").IsInt());
+  EXPECT_EQ(Number("-2147483649").GetInt64(), -2147483649LL);
+  EXPECT_EQ(Number("-9223372036854775808").GetInt64(), std::numeric_limits<int64_t>::min());
+  EXPECT_EQ(Number("18446744073709551615").GetUint64(), std::numeric_limits<uint64_t>::max());
+  const rapidjson::Document beyond = Number("18446744073709551616");
+  ASSERT_TRUE(beyond.IsDouble());
+  EXPECT_EQ(beyond.GetDouble(), 18446744073709551616.0);
+  EXPECT_TRUE(Number("-0").IsInt());
+}
+
+TEST(ParseJsonTest, ADoubleWrittenByTheLogReadsBackBitForBit) {
+  std::mt19937_64 random(20261121);
+  for (int i = 0; i < 20000; ++i) {
+    uint64_t bits = random();
+    double value;
+    std::memcpy(&value, &bits, sizeof value);
+    if (!std::isfinite(value)) continue;
+    rapidjson::StringBuffer text;
+    rapidjson::Writer<rapidjson::StringBuffer> writer(text);
+    writer.Double(value);
+    const rapidjson::Document back = Number(text.GetString());
+    ASSERT_TRUE(back.IsNumber()) << text.GetString();
+    EXPECT_EQ(Bits(back.GetDouble()), bits) << text.GetString();
+  }
+  EXPECT_EQ(Number("0.1").GetDouble(), 0.1);
+  EXPECT_EQ(Number("60.5").GetDouble(), 60.5);
+}
+
+TEST(ParseJsonTest, ANumberBeyondADoubleIsRefusedAndTheRestAsRapidjsonDoes) {
+  rapidjson::Document doc;
+  const std::string huge = "[1, 1e400]";
+  rapidjson::ParseResult result = kivrun::ParseJson(&doc, huge.data(), huge.size());
+  EXPECT_EQ(result.Code(), rapidjson::kParseErrorNumberTooBig);
+  EXPECT_TRUE(doc.IsNull());
+  const std::string bad = "{\"a\": \"\xFF\"}";
+  EXPECT_EQ(kivrun::ParseJson(&doc, bad.data(), bad.size()).Code(),
+            rapidjson::kParseErrorStringInvalidEncoding);
+  EXPECT_FALSE(kivrun::ParseJson(&doc, bad.data(), bad.size(), false).IsError());
+  const std::string text = R"({"a": [true, null, "x", -1.5, {"b": 2}]})";
+  ASSERT_FALSE(kivrun::ParseJson(&doc, text.data(), text.size()).IsError());
+  EXPECT_EQ(doc["a"][3].GetDouble(), -1.5);
+  EXPECT_EQ(doc["a"][4]["b"].GetInt(), 2);
 }
 
 }  // namespace

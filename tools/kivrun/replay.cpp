@@ -28,10 +28,11 @@ const std::set<std::string> kInputs = {"build",           "note",      "send",  
                                        "camera_settings", "responder", "answer", "matched",
                                        "error",           "teardown",  "end"};
 
-// Parse flags for what a log holds: as every JSON text kivrun reads, except
-// that restored strings may hold any bytes.
-constexpr unsigned kRecordedFlags =
-    rapidjson::kParseIterativeFlag | rapidjson::kParseFullPrecisionFlag;
+// What a log holds is parsed as every JSON text kivrun reads (ParseJson),
+// except that restored strings may hold any bytes: no UTF-8 check.
+bool ParseRecordedText(rapidjson::Document* doc, const std::string& text) {
+  return !ParseJson(doc, text.data(), text.size(), false).IsError();
+}
 
 std::string Minified(const rapidjson::Value& value) {
   rapidjson::StringBuffer buffer;
@@ -312,14 +313,13 @@ void Prepare(const Line& line, const rapidjson::Value& event, RecordedEvent& rec
 
 rapidjson::Document ParseRecorded(const std::string& json) {
   rapidjson::Document doc;
-  doc.Parse<kRecordedFlags>(json.data(), json.size());
+  if (!ParseRecordedText(&doc, json)) doc.SetNull();
   return doc;
 }
 
 std::string ComparedEvent(const std::string& line) {
   rapidjson::Document event;
-  event.Parse<kRecordedFlags>(line.data(), line.size());
-  if (event.HasParseError() || !IsEvent(event)) return line;
+  if (!ParseRecordedText(&event, line) || !IsEvent(event)) return line;
   return Compared(event);
 }
 
@@ -447,8 +447,7 @@ Recording ReadRecording(const std::string& path) {
 void LogComparison::Add(const std::string& line) {
   ++count_;
   rapidjson::Document event;
-  event.Parse<kRecordedFlags>(line.data(), line.size());
-  const bool is_event = !event.HasParseError() && IsEvent(event);
+  const bool is_event = ParseRecordedText(&event, line) && IsEvent(event);
   if (is_event && Text((event.MemberBegin() + 1)->value) == "version") {
     for (auto [key, tag] : {std::pair<const char*, std::string*>{"commit", &commit_tag_},
                             {"framework", &framework_tag_}}) {

@@ -1,7 +1,9 @@
 #include "tools/kivrun/scenario.h"
 
 #include <fcntl.h>
+#include <rapidjson/encodedstream.h>
 #include <rapidjson/error/en.h>
+#include <rapidjson/memorystream.h>
 #include <rapidjson/reader.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
@@ -10,11 +12,78 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 namespace kivrun {
 namespace {
+
+// Hands every SAX event on to a document, converting the numbers, which
+// the reader passes on as their text (kParseNumbersAsStringsFlag).
+class ExactNumbers {
+ public:
+  explicit ExactNumbers(rapidjson::Document& doc) : doc_(doc) {}
+  bool too_big() const { return too_big_; }
+
+  bool Null() { return doc_.Null(); }
+  bool Bool(bool b) { return doc_.Bool(b); }
+  bool Int(int i) { return doc_.Int(i); }
+  bool Uint(unsigned u) { return doc_.Uint(u); }
+  bool Int64(int64_t i) { return doc_.Int64(i); }
+  bool Uint64(uint64_t u) { return doc_.Uint64(u); }
+  bool Double(double d) { return doc_.Double(d); }
+  bool String(const char* s, rapidjson::SizeType n, bool copy) { return doc_.String(s, n, copy); }
+  bool StartObject() { return doc_.StartObject(); }
+  bool Key(const char* s, rapidjson::SizeType n, bool copy) { return doc_.Key(s, n, copy); }
+  bool EndObject(rapidjson::SizeType members) { return doc_.EndObject(members); }
+  bool StartArray() { return doc_.StartArray(); }
+  bool EndArray(rapidjson::SizeType elements) { return doc_.EndArray(elements); }
+
+  // The reader has checked the number's form: -?digits[.digits][(e|E)[+-]digits].
+  bool RawNumber(const char* s, rapidjson::SizeType n, bool) {
+    const std::string text(s, n);
+    const bool integer = text.find_first_of(".eE") == std::string::npos;
+    errno = 0;
+    char* end = nullptr;
+    if (integer && text[0] == '-') {
+      const long long i = std::strtoll(text.c_str(), &end, 10);
+      if (errno == 0) return doc_.Int64(i);
+    } else if (integer) {
+      const unsigned long long u = std::strtoull(text.c_str(), &end, 10);
+      if (errno == 0) return doc_.Uint64(u);
+    }
+    errno = 0;
+    const double d = std::strtod(text.c_str(), &end);
+    if (errno == ERANGE && std::isinf(d)) {
+      too_big_ = true;
+      return false;
+    }
+    return doc_.Double(d);  // an underflow is 0 or the nearest subnormal
+  }
+
+ private:
+  rapidjson::Document& doc_;
+  bool too_big_ = false;
+};
+
+template <unsigned flags>
+rapidjson::ParseResult ParseWith(rapidjson::Document* doc, const char* text, std::size_t size) {
+  rapidjson::ParseResult result;
+  auto generate = [&](rapidjson::Document& d) {
+    ExactNumbers handler(d);
+    rapidjson::Reader reader;
+    rapidjson::MemoryStream memory(text, size);
+    rapidjson::EncodedInputStream<rapidjson::UTF8<>, rapidjson::MemoryStream> stream(memory);
+    result = reader.Parse<flags | rapidjson::kParseNumbersAsStringsFlag>(stream, handler);
+    if (handler.too_big()) result.Set(rapidjson::kParseErrorNumberTooBig, result.Offset());
+    return !result.IsError();
+  };
+  doc->Populate(generate);
+  if (result.IsError()) doc->SetNull();
+  return result;
+}
 
 std::string Folder(const std::string& path) {
   const auto slash = path.rfind('/');
@@ -348,6 +417,13 @@ Step ParseStep(const rapidjson::Value& item, int number, const std::string& wher
 
 }  // namespace
 
+rapidjson::ParseResult ParseJson(rapidjson::Document* doc, const char* text, std::size_t size,
+                                 bool check_utf8) {
+  return check_utf8
+             ? ParseWith<kJsonParseFlags>(doc, text, size)
+             : ParseWith<kJsonParseFlags & ~rapidjson::kParseValidateEncodingFlag>(doc, text, size);
+}
+
 std::string Awaited::Describe() const { return topic + " " + fields.text(); }
 
 JsonText JsonText::Of(const rapidjson::Value& value) {
@@ -366,8 +442,7 @@ JsonText JsonText::FromText(std::string text) {
 rapidjson::Document JsonText::Parse() const {
   rapidjson::Document doc;
   if (text_.empty()) return doc;
-  doc.Parse<kParseFlags>(text_.data(), text_.size());
-  if (doc.HasParseError())
+  if (ParseJson(&doc, text_.data(), text_.size()).IsError())
     throw ScenarioError("kivrun: a kept JSON value does not parse: " + text_);
   return doc;
 }
@@ -397,7 +472,8 @@ std::shared_ptr<rapidjson::Document> ParseJsonText(const std::string& content,
     DepthCheck depth;
     rapidjson::Reader reader;
     rapidjson::StringStream stream(content.c_str());
-    reader.Parse<kParseFlags>(stream, depth);
+    // Numbers as text: the depth check converts none.
+    reader.Parse<kParseFlags | rapidjson::kParseNumbersAsStringsFlag>(stream, depth);
     if (depth.too_deep) {
       throw ScenarioError(name + ":" + Where(content, reader.GetErrorOffset(), first_line) +
                           ": lists and objects nest deeper than " + std::to_string(kMaxJsonDepth) +
@@ -405,10 +481,10 @@ std::shared_ptr<rapidjson::Document> ParseJsonText(const std::string& content,
     }
   }
   auto doc = std::make_shared<rapidjson::Document>();
-  doc->Parse<kParseFlags>(content.c_str(), content.size());
-  if (doc->HasParseError()) {
-    throw ScenarioError(name + ":" + Where(content, doc->GetErrorOffset(), first_line) + ": " +
-                        rapidjson::GetParseError_En(doc->GetParseError()));
+  const rapidjson::ParseResult parsed = ParseJson(doc.get(), content.c_str(), content.size());
+  if (parsed.IsError()) {
+    throw ScenarioError(name + ":" + Where(content, parsed.Offset(), first_line) + ": " +
+                        rapidjson::GetParseError_En(parsed.Code()));
   }
   return doc;
 }
@@ -434,13 +510,13 @@ std::string ReadTextFile(const std::string& path, const std::string& what) {
   if (info.st_size > kMaxJsonFileBytes) {
     throw ScenarioError(path + ": is " + std::to_string(info.st_size) + too_large);
   }
-  // Read one byte more than allowed, in case the file grew since fstat.
-  std::string content(static_cast<std::size_t>(kMaxJsonFileBytes) + 1, '\0');
-  if (static_cast<std::size_t>(info.st_size) < content.size() - 1) {
-    content.resize(static_cast<std::size_t>(info.st_size) + 1);
-  }
+  // Room for the bytes fstat counted and one more, growing if the file grew
+  // since, up to one byte more than allowed.
+  const std::size_t most = static_cast<std::size_t>(kMaxJsonFileBytes) + 1;
+  std::string content(static_cast<std::size_t>(info.st_size) + 1, '\0');
   std::size_t have = 0;
-  while (have < content.size()) {
+  while (have < most) {
+    if (have == content.size()) content.resize(std::min(most, 2 * content.size()));
     const ssize_t got = read(fd, &content[have], content.size() - have);
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) throw ScenarioError(path + ": cannot read the file: " + std::strerror(errno));

@@ -136,10 +136,22 @@ struct Scenario {
 };
 
 // The parse flags of every JSON text kivrun reads: no recursion in the
-// parser, strings must be valid UTF-8, numbers to the nearest double.
-inline constexpr unsigned kJsonParseFlags = rapidjson::kParseIterativeFlag |
-                                            rapidjson::kParseValidateEncodingFlag |
-                                            rapidjson::kParseFullPrecisionFlag;
+// parser, strings must be valid UTF-8.
+inline constexpr unsigned kJsonParseFlags =
+    rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag;
+
+// Parses `size` bytes of JSON text into `*doc`, with kJsonParseFlags (or
+// without the UTF-8 check when `check_utf8` is false), and returns the
+// result as rapidjson's Parse would. Numbers are converted here, to the
+// nearest double: an integer that fits 64 bits stays an integer, every
+// other number goes through the C library's strtod, which rounds correctly,
+// so a number kivrun writes into a log reads back the same. rapidjson's own
+// conversion is not used: it gets numbers whose digits are all zero wrong
+// when their exponent is large ("0e300" came out as a tiny non-zero value).
+// A number beyond the range of a double is an error
+// (kParseErrorNumberTooBig), as in rapidjson.
+rapidjson::ParseResult ParseJson(rapidjson::Document* doc, const char* text, std::size_t size,
+                                 bool check_utf8 = true);
 
 // Reads a whole file that must be a regular file of at most
 // kMaxJsonFileBytes; throws ScenarioError naming the file otherwise. `what`
