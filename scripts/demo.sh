@@ -6,18 +6,28 @@
 # nodes, which fit each laser's plane to the pictures the node stored
 # (docs/calibration.md), and shows the node's console lines, a line per
 # accepted distance and a summary of the round: each laser's recovered plane
-# beside the simulator's true one, the check and the distance check. The event
-# log goes to out/<scenario>.jsonl and a picture report to out/report/. The
-# node runs against a /tmp of its own, so the pictures on this machine stay
-# as they are; the pictures it wrote are copied to out/pictures/.
+# beside the simulator's true one, the check and the distance check. Each
+# round writes into a folder of its own, out/<scenario>/: the event log
+# (events.jsonl), the picture report (report.md, pictures.png) and the
+# pictures the node wrote (pictures/). The node runs against a /tmp of its
+# own, so the pictures on this machine stay as they are.
 #
-# usage: scripts/demo.sh [--quiet] [--realtime] [SCENARIO.json]
-#   --quiet     leave out the node's console lines
-#   --realtime  run the 10 ms frame timer on the wall clock (with a progress bar)
-#   SCENARIO    another round, e.g. scenarios/misaligned_laser_round.json
-#               (default: scenarios/factory_compute_round.json;
-#               scenarios/factory_plane_round.json answers with fixed numbers)
-# Exit code 0 only when the round reached its final result.
+# usage: scripts/demo.sh [--quiet] [--realtime] [--pictures DIR [--app]] [SCENARIO.json]
+#   --quiet         leave out the node's console lines
+#   --realtime      run the 10 ms frame timer on the wall clock (with a progress bar)
+#   --pictures DIR  play the round on recorded pictures instead of the simulated
+#                   scene: DIR/<distance>/left.png and right.png, or a folder a
+#                   round wrote (DIR/left/<N>.bmp, DIR/right/<N>.bmp); see
+#                   docs/camera-sim.md. scenarios/pictures/ is an example with a
+#                   fault planted in the right picture at 20 cm
+#   --app           the app round (scenarios/app_compute_round.json) instead of
+#                   the factory round
+#   SCENARIO        another round, e.g. scenarios/misaligned_laser_round.json
+#                   (default: scenarios/factory_compute_round.json;
+#                   scenarios/factory_plane_round.json answers with fixed numbers)
+# Exit code 0 only when the round reached its final result; otherwise
+# kivrun's exit code (4: a request did not get its answer, explained on the
+# line before the summary).
 #
 # It says what it is doing, one line a stage ("demo.sh: building ...").
 # LASERCALI_BUILD_DIR names another build folder than build/.
@@ -34,11 +44,18 @@ build=${LASERCALI_BUILD_DIR:-build}
 out=out
 echo_lines="--echo"
 realtime=""
+pictures=""
 scenario="scenarios/factory_compute_round.json"
 while [ $# -gt 0 ]; do
   case "$1" in
     --quiet) echo_lines="" ;;
     --realtime) realtime="--realtime" ;;
+    --pictures)
+      [ $# -ge 2 ] || { echo "demo.sh: --pictures needs a folder" >&2; exit 2; }
+      pictures=$2
+      shift ;;
+    --pictures=*) pictures=${1#--pictures=} ;;
+    --app) scenario="scenarios/app_compute_round.json" ;;
     -h|--help) usage; exit 0 ;;
     -*) echo "demo.sh: unknown option $1 (try --help)" >&2; exit 2 ;;
     *) scenario="$1" ;;
@@ -46,6 +63,10 @@ while [ $# -gt 0 ]; do
   shift
 done
 [ -f "$scenario" ] || { echo "demo.sh: no scenario $scenario" >&2; exit 2; }
+if [ -n "$pictures" ] && [ ! -d "$pictures" ]; then
+  echo "demo.sh: --pictures needs a folder, not '$pictures'" >&2
+  exit 2
+fi
 
 # The packages the build needs; only missing ones are installed.
 install_packages() {
@@ -66,24 +87,32 @@ build_kivrun() {
 round_name() {
   case "$1" in
     scenarios/factory_compute_round.json) echo "the factory round" ;;
+    scenarios/app_compute_round.json) echo "the app round" ;;
     scenarios/factory_plane_round.json) echo "the factory round with fixed answers" ;;
     *) echo "$1" ;;
   esac
 }
 
-# Plays the round: the event log, the picture report and the node's
-# pictures go to $out. Sets `status` to kivrun's exit code.
+# Plays the round: its event log, picture report and the node's pictures go
+# to $out/<scenario>/. Sets `status` to kivrun's exit code.
 play() {
-  mkdir -p "$out"
-  rm -rf "$out/pictures"
   name=$(basename "$1" .json)
-  say "playing $(round_name "$1")"
+  folder="$out/$name"
+  mkdir -p "$folder"
+  rm -rf "$folder/pictures"
+  if [ -n "$pictures" ]; then
+    say "playing $(round_name "$1") on the pictures in $pictures"
+  else
+    say "playing $(round_name "$1")"
+  fi
   echo "== $1"
   status=0
-  "$build/tools/kivrun/kivrun" $echo_lines $realtime --progress --log "$out/$name.jsonl" \
-    --report "$out/report" --pictures-out "$out/pictures" "$1" || status=$?
-  echo "== event log: $out/$name.jsonl; picture report: $out/report/report.md, $out/report/pictures.png;"
-  echo "   the node's pictures (written to its private /tmp): $out/pictures/"
+  # shellcheck disable=SC2086  # the options are one word each, or none
+  "$build/tools/kivrun/kivrun" $echo_lines $realtime --progress --log "$folder/events.jsonl" \
+    --report "$folder" --pictures-out "$folder/pictures" ${pictures:+--pictures "$pictures"} \
+    "$1" || status=$?
+  echo "== event log: $folder/events.jsonl; picture report: $folder/report.md, $folder/pictures.png;"
+  echo "   the node's pictures (written to its private /tmp): $folder/pictures/"
 }
 
 install_packages

@@ -35,10 +35,11 @@ bool WriteProcFile(const char* path, const std::string& text, std::string* reaso
 }
 
 // The folders directly in /tmp that hold what the program needs to go on
-// seeing: its own file, the working folder, the LD_LIBRARY_PATH folders.
-std::set<std::string> FoldersToKeep() {
+// seeing: its own file, the working folder, the LD_LIBRARY_PATH folders,
+// and the `extra` paths.
+std::set<std::string> FoldersToKeep(const std::vector<std::string>& extra) {
   namespace fs = std::filesystem;
-  std::vector<std::string> paths;
+  std::vector<std::string> paths = extra;
   std::error_code error;
   paths.push_back(fs::read_symlink("/proc/self/exe", error).string());
   paths.push_back(fs::current_path(error).string());
@@ -64,7 +65,7 @@ PrivateTmp::~PrivateTmp() {
 
 bool PrivateTmp::Enter(std::string* reason) {
   if (entered_) return true;
-  const std::set<std::string> keep = FoldersToKeep();
+  const std::set<std::string> keep = FoldersToKeep(extra_);
   for (const char* picture_place : {"left", "right", "pic", "LL.bmp", "RR.bmp"}) {
     if (keep.count(picture_place) != 0) {
       *reason = std::string("the program runs from /tmp/") + picture_place +

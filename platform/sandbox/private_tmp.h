@@ -16,7 +16,8 @@
 // A program that lives under the machine's /tmp (a checkout in /tmp, an
 // unpacked package) keeps seeing itself: the folders of the machine's /tmp
 // that hold the program's own file, the working folder and the folders of
-// LD_LIBRARY_PATH are bound into the new /tmp under their names. Their
+// LD_LIBRARY_PATH (and those of the paths given to Keep) are bound into the
+// new /tmp under their names. Their
 // contents stay the machine's; the node's picture places never are (a
 // program inside /tmp/left, /tmp/right or /tmp/pic cannot have a private
 // /tmp). Any other path named before Enter() that lies under the machine's
@@ -27,6 +28,7 @@
 
 #include <set>
 #include <string>
+#include <vector>
 
 namespace sandbox {
 
@@ -36,6 +38,11 @@ class PrivateTmp {
   ~PrivateTmp();
   PrivateTmp(const PrivateTmp&) = delete;
   PrivateTmp& operator=(const PrivateTmp&) = delete;
+
+  // Keeps `path` (absolute) reachable as it is after Enter(): when it lies
+  // under the machine's /tmp, its folder directly in /tmp is bound into the
+  // new /tmp like the program's own folders. Call before Enter().
+  void Keep(const std::string& path) { extra_.push_back(path); }
 
   // Enters the private /tmp; false (with *reason) when it cannot be had.
   bool Enter(std::string* reason);
@@ -56,8 +63,9 @@ class PrivateTmp {
 
  private:
   bool entered_ = false;
-  std::set<std::string> kept_;  // folders of the machine's /tmp bound into the new one
-  int outer_tmp_ = -1;          // the machine's /tmp, opened before the switch
+  std::vector<std::string> extra_;  // more paths to keep reachable (Keep)
+  std::set<std::string> kept_;      // folders of the machine's /tmp bound into the new one
+  int outer_tmp_ = -1;              // the machine's /tmp, opened before the switch
 };
 
 }  // namespace sandbox

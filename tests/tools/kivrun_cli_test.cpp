@@ -172,7 +172,8 @@ TEST_F(KivrunCliTest, BadCommandLinesNameTheProblem) {
   ExpectUsageError("--config=" + config_ + log + " --re " + Path("report"),
                    "ambiguous option --re (--realtime, --report or --replay)");
   ExpectUsageError("--config=" + config_ + log + " --p=x",
-                   "ambiguous option --p (--plugin, --progress, --private-tmp or --pictures-out)");
+                   "ambiguous option --p (--plugin, --progress, --private-tmp, --pictures-out or "
+                   "--pictures)");
   ExpectUsageError("a.json b.json" + log, "one scenario at a time (got a.json and b.json)");
   ExpectUsageError(log, "give a scenario, a --config or a --replay");
   ExpectUsageError(log + " --replay", "--replay needs an event log");

@@ -1,12 +1,15 @@
 // kivrun: plays a scenario against the calibration node on a PC.
 #include <getopt.h>
 #include <limits.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -69,6 +72,12 @@ options:
   --pictures-out DIR  with a private /tmp (implied): copy every file the
                       node wrote there to DIR at the end, with the same
                       relative paths (DIR/left/560.bmp, DIR/LL.bmp, ...)
+  --pictures DIR      the camera shows the recorded pictures of the folder
+                      DIR instead of the simulated scene, chosen by distance
+                      and laser: DIR/<distance>/left.png and right.png, or
+                      the node's own DIR/left/<N>.bmp and DIR/right/<N>.bmp
+                      (docs/camera-sim.md); the camera setting
+                      {"pictures": DIR} before the first step
   -h, --help          show this text
   --version           show the version and the node's version tags
 
@@ -106,6 +115,7 @@ enum OptionId {
   kPrivateTmp,
   kPicturesOut,
   kReplay,
+  kPictures,
 };
 
 const std::vector<toolcli::Option> kOptions = {
@@ -122,7 +132,48 @@ const std::vector<toolcli::Option> kOptions = {
     {"private-tmp", 0, nullptr, kPrivateTmp},
     {"pictures-out", 0, "a folder", kPicturesOut},
     {"replay", 0, "an event log", kReplay},
+    {"pictures", 0, "a folder", kPictures},
 };
+
+// The folder of --pictures, absolute, so that the camera finds it from any
+// working folder and a replay of the log too. Throws UsageError when it is
+// not a folder, or is where the node writes its own pictures: the round
+// would overwrite what it reads.
+std::string PictureFolder(const std::string& value) {
+  namespace fs = std::filesystem;
+  std::error_code error;
+  const fs::path dir = fs::absolute(value, error).lexically_normal();
+  if (error || !fs::is_directory(dir, error)) {
+    throw toolcli::UsageError("--pictures needs a folder, not '" + value + "'" +
+                              (fs::exists(dir, error) ? "" : " (there is no such folder)"));
+  }
+  std::string text = dir.string();
+  if (text.size() > 1 && text.back() == '/') text.pop_back();
+  const fs::path in_tmp = fs::path(text).lexically_relative("/tmp");
+  const std::string top = in_tmp.empty() ? "" : in_tmp.begin()->string();
+  if (text == "/tmp" || top == "left" || top == "right" || top == "pic") {
+    throw toolcli::UsageError("--pictures " + text +
+                              " is where the node writes its own pictures, which the round "
+                              "would overwrite; copy them to another folder first");
+  }
+  return text;
+}
+
+// Puts the camera setting {"pictures": DIR} before the scenario's first
+// step: it is logged as a camera_settings event of step 0.
+void ShowPictures(const std::string& dir, kivrun::Scenario* scenario) {
+  rapidjson::StringBuffer text;
+  rapidjson::Writer<rapidjson::StringBuffer> writer(text);
+  writer.StartObject();
+  writer.Key("pictures");
+  writer.String(dir.c_str(), static_cast<rapidjson::SizeType>(dir.size()));
+  writer.EndObject();
+  kivrun::Step step;
+  step.number = 0;
+  step.kind = kivrun::Step::Kind::kCamera;
+  step.value = kivrun::JsonText::FromText(text.GetString());
+  scenario->steps.insert(scenario->steps.begin(), std::move(step));
+}
 
 // toolcli's options take a value always or never; --echo takes one only in
 // the form "--echo=raw". A first pass of getopt_long over the same options,
@@ -193,6 +244,7 @@ int main(int argc, char** argv) {
   kivrun::Options options;
   options.plugin = DefaultPlugin();
   std::string scenario_path, config_path, log_path, trace_path, pictures_out, replay_path;
+  std::string pictures;
   bool echo = false, progress = false, private_tmp = false;
 
   std::vector<std::string> args(argv, argv + argc);
@@ -242,6 +294,9 @@ int main(int argc, char** argv) {
         case kReplay:
           replay_path = value;
           break;
+        case kPictures:
+          pictures = PictureFolder(value);
+          break;
         case kProgress:
           progress = true;
           break;
@@ -272,6 +327,9 @@ int main(int argc, char** argv) {
     if (options.realtime) {
       return UsageError("--replay plays on the virtual clock; leave out --realtime");
     }
+    if (!pictures.empty()) {
+      return UsageError("--replay plays the camera settings as recorded; leave out --pictures");
+    }
   }
   if (operands.size() > 1) {
     return UsageError("one scenario at a time (got " + operands[0] + " and " + operands[1] + ")");
@@ -288,6 +346,7 @@ int main(int argc, char** argv) {
     if (!scenario_path.empty()) scenario = kivrun::LoadScenario(scenario_path);
     if (!config_path.empty()) scenario.config = kivrun::ReadJsonFile(config_path);
     if (scenario.path.empty()) scenario.path = config_path;
+    if (!pictures.empty()) ShowPictures(pictures, &scenario);
   } catch (const kivrun::ScenarioError& e) {
     std::cerr << "kivrun: " << e.what() << "\n";
     return kivrun::kScenarioError;
@@ -309,6 +368,7 @@ int main(int argc, char** argv) {
   sandbox::PrivateTmp tmp;
   if (private_tmp) {
     std::string reason;
+    if (!pictures.empty()) tmp.Keep(pictures);
     if (!tmp.Enter(&reason)) {
       std::cerr << "kivrun: no private /tmp for the node (" << reason
                 << "); run without --private-tmp to use the machine's /tmp\n";

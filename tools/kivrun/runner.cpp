@@ -151,6 +151,8 @@ class Run : public kiv::HostObserver, public sunxi_cam::sim::Observer {
     const rapidjson::Value* fields;  // the awaited fields, parsed
     bool matched = false;
     std::string last;
+    int camera_failures = 0;     // camera calls that failed meanwhile
+    std::string camera_failure;  // the last of them: the call and its reason
   };
 
   // A replayed simulated calculation node: how it is set up now, and how
@@ -164,6 +166,12 @@ class Run : public kiv::HostObserver, public sunxi_cam::sim::Observer {
   };
 
   void CameraCall(const char* call, Fields& f, bool ok, const std::string& reason);
+  // Counts a failed camera call for the step that waits, if one does.
+  void CameraFailed(const char* call, const std::string& reason) {
+    if (awaiting_ == nullptr) return;
+    ++awaiting_->camera_failures;
+    awaiting_->camera_failure = std::string(call) + ": " + reason;
+  }
   void WatchPictures();
   void Console(const char* stream, const std::string& line);
   void Exception(const std::string& where, std::exception_ptr error);
@@ -324,6 +332,7 @@ void Run::CameraCall(const char* call, Fields& f, bool ok, const std::string& re
   e.Bool("ok", ok);
   if (!ok) e.Str("reason", reason);
   log_.Write("camera", e.value());
+  if (!ok) CameraFailed(call, reason);
 }
 
 void Run::OnOpenCamera(int camera, uint32_t pixel_format, int fps, int width, int height, bool ok,
@@ -346,6 +355,7 @@ void Run::OnCloseCamera(bool ok, const std::string& reason) {
 
 void Run::OnGetImageFrame(bool ok, int64_t index, uint64_t laser, int64_t buffer,
                           const std::string& reason) {
+  if (!ok && !log_frames_) CameraFailed("GetImageFrame", reason);  // logged or not
   if (!log_frames_) return;
   Fields f;
   if (ok) f.Int("index", index).Int("laser", static_cast<int64_t>(laser)).Int("buffer", buffer);
@@ -672,7 +682,7 @@ int Run::Await(const Step& step) {
     return Fail(step, kScenarioError, "\"until\" on " + awaited.topic + ": " + e.what());
   }
   const std::string label = step.text.empty() ? awaited.Describe() : step.text;
-  Awaiting awaiting{&awaited, &wanted, false, std::string()};
+  Awaiting awaiting{&awaited, &wanted, false, std::string(), 0, std::string()};
   awaiting_ = &awaiting;
   const std::function<bool()> came = [&awaiting] { return awaiting.matched; };
   int64_t requests = 0, ticks = 0;
@@ -700,6 +710,13 @@ int Run::Await(const Step& step) {
     what += std::to_string(ticks) + " ticks (" + Seconds(ticks * kTickUs) + ")";
     what += awaiting.last.empty() ? "; nothing else came on " + awaited.topic
                                   : "; the last on " + awaited.topic + " was " + awaiting.last;
+    // A camera that kept failing is most often why (a picture missing from
+    // the --pictures folder, a fault the scenario set): say so.
+    if (awaiting.camera_failures > 0) {
+      what += "; meanwhile " + std::to_string(awaiting.camera_failures) + " camera call" +
+              (awaiting.camera_failures == 1 ? "" : "s") + " failed, the last " +
+              awaiting.camera_failure;
+    }
     return Fail(step, kNoAnswer, what);
   }
   Fields f;

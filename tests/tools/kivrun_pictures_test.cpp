@@ -1,0 +1,151 @@
+// kivrun --pictures, run as a program: a round on a folder of recorded
+// pictures, what it says when a picture is missing or cannot be used, and
+// the folders it refuses.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <opencv2/core.hpp>
+#include <opencv2/imgcodecs.hpp>
+#include <string>
+#include <vector>
+
+#include "tests/support/program_run.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using testsupport::ProgramRun;
+
+class KivrunPicturesTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char name[] = "/tmp/kivrun_pictures_test_XXXXXX";
+    dir_ = mkdtemp(name);
+    fs::create_directories(dir_ / "pictures");
+  }
+  void TearDown() override { fs::remove_all(dir_); }
+
+  // kivrun in `cwd` (default: the test's folder), with a private /tmp.
+  ProgramRun Kivrun(const std::string& args, const std::string& cwd = "") {
+    const std::string command =
+        "cd '" + (cwd.empty() ? dir_.string() : cwd) + "' && " KIVRUN " --private-tmp " + args +
+        " >'" + (dir_ / "out.txt").string() + "' 2>'" + (dir_ / "err.txt").string() + "'";
+    const int raw = std::system(command.c_str());
+    ProgramRun run;
+    run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    run.out = testsupport::ReadFile(dir_ / "out.txt");
+    run.err = testsupport::Lines(testsupport::ReadFile(dir_ / "err.txt"));
+    return run;
+  }
+
+  // A picture of the example folder (the simulator's, one per distance).
+  void CopyExample(const std::string& distance) {
+    fs::copy(fs::path(LASERCALI_SOURCE_DIR) / "scenarios" / "pictures" / distance,
+             dir_ / "pictures" / distance, fs::copy_options::recursive);
+  }
+
+  // The factory tool's request at `distance`, repeated until acknowledged.
+  void Scenario(int distance) {
+    std::ofstream(dir_ / "s.json")
+        << R"({"config_file": ")" LASERCALI_SOURCE_DIR R"(/scenarios/lasercali.json", "steps": [
+      {"camera": {"distance": )"
+        << distance << R"(}},
+      {"repeat": {"send": "CAMERACALI", "fields": {"distance": )"
+        << distance
+        << R"(}}, "until": {"topic": "CAMERACALIRES", "fields": {"kind": 2, "distance": )"
+        << distance << R"(}}, "every_ticks": 10, "limit": 20}]})";
+  }
+
+  static std::string Joined(const std::vector<std::string>& lines) {
+    std::string text;
+    for (const std::string& line : lines) text += line + "\n";
+    return text;
+  }
+
+  fs::path dir_;
+};
+
+TEST_F(KivrunPicturesTest, ARoundOnRecordedPicturesIsAcceptedAndTheSettingIsLogged) {
+  CopyExample("15");
+  Scenario(15);
+  const ProgramRun run = Kivrun("--pictures pictures --log log.jsonl s.json");
+  if (run.status == 6) GTEST_SKIP() << "no private /tmp here";
+  EXPECT_EQ(run.status, 0) << Joined(run.err);
+  const std::string log = testsupport::ReadFile(dir_ / "log.jsonl");
+  EXPECT_NE(log.find(R"({"t":0,"event":"camera_settings","step":0,"settings":{"pictures":")" +
+                     (dir_ / "pictures").string() + "\"}}"),
+            std::string::npos);
+}
+
+TEST_F(KivrunPicturesTest, AFolderUnderTheMachinesTmpStaysInSightOfThePrivateTmp) {
+  CopyExample("15");
+  Scenario(15);
+  // From the root folder: only --pictures keeps the test's folder in sight.
+  const ProgramRun run =
+      Kivrun("--pictures " + (dir_ / "pictures").string() + " " + (dir_ / "s.json").string(), "/");
+  if (run.status == 6) GTEST_SKIP() << "no private /tmp here";
+  EXPECT_EQ(run.status, 0) << Joined(run.err);
+}
+
+TEST_F(KivrunPicturesTest, AMissingDistanceIsNamedWithTheFileItLookedFor) {
+  CopyExample("10");
+  Scenario(15);
+  const ProgramRun run = Kivrun("--pictures pictures --log log.jsonl s.json");
+  if (run.status == 6) GTEST_SKIP() << "no private /tmp here";
+  EXPECT_EQ(run.status, 4);
+  EXPECT_NE(Joined(run.err).find("camera calls failed, the last GetImageFrame: no left picture "
+                                 "for distance 15: '" +
+                                 (dir_ / "pictures" / "15" / "left.bmp").string() +
+                                 "' or '.png' is missing"),
+            std::string::npos)
+      << Joined(run.err);
+}
+
+TEST_F(KivrunPicturesTest, APictureOfTheWrongSizeOrKindIsNamed) {
+  fs::create_directories(dir_ / "pictures" / "15");
+  const fs::path small = dir_ / "pictures" / "15" / "left.png";
+  ASSERT_TRUE(cv::imwrite(small.string(), cv::Mat(240, 320, CV_8UC1, cv::Scalar(9))));
+  Scenario(15);
+  ProgramRun run = Kivrun("--pictures pictures --log log.jsonl s.json");
+  if (run.status == 6) GTEST_SKIP() << "no private /tmp here";
+  EXPECT_EQ(run.status, 4);
+  EXPECT_NE(Joined(run.err).find("the last GetImageFrame: image file '" + small.string() +
+                                 "' is 320 x 240 with 1 channel(s) of 8 bits"),
+            std::string::npos)
+      << Joined(run.err);
+
+  fs::remove(small);
+  std::ofstream(dir_ / "pictures" / "15" / "left.bmp") << "not a picture";
+  run = Kivrun("--pictures pictures --log log.jsonl s.json");
+  EXPECT_EQ(run.status, 4);
+  EXPECT_NE(Joined(run.err).find("'" + (dir_ / "pictures" / "15" / "left.bmp").string() +
+                                 "' is not a BMP or PNG picture"),
+            std::string::npos)
+      << Joined(run.err);
+}
+
+TEST_F(KivrunPicturesTest, FoldersThatCannotServeAreRefusedBeforeTheRound) {
+  Scenario(15);
+  ProgramRun run = Kivrun("--pictures nowhere s.json");
+  EXPECT_EQ(run.status, 2);
+  ASSERT_FALSE(run.err.empty());
+  EXPECT_EQ(run.err[0],
+            "kivrun: --pictures needs a folder, not 'nowhere' (there is no such folder)");
+  run = Kivrun("--pictures /tmp/left/.. s.json");
+  EXPECT_EQ(run.status, 2);
+  ASSERT_FALSE(run.err.empty());
+  EXPECT_EQ(
+      run.err[0].rfind("kivrun: --pictures /tmp is where the node writes its own pictures", 0), 0u)
+      << run.err[0];
+  run = Kivrun("--pictures pictures --replay s.json");
+  EXPECT_EQ(run.status, 2);
+  ASSERT_FALSE(run.err.empty());
+  EXPECT_EQ(run.err[0],
+            "kivrun: --replay plays the camera settings as recorded; leave out --pictures");
+}
+
+}  // namespace
