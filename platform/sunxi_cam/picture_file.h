@@ -9,6 +9,7 @@
 #ifndef LASERCALI_PLATFORM_SUNXI_CAM_PICTURE_FILE_H_
 #define LASERCALI_PLATFORM_SUNXI_CAM_PICTURE_FILE_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <fstream>
 #include <string>
@@ -21,12 +22,9 @@ struct PictureHeader {
   int64_t height = 0;  // a top-down BMP counts as its height
 };
 
-inline PictureHeader PeekPictureHeader(const std::string& path) {
+// The header of a picture whose first `got` bytes are `b`.
+inline PictureHeader ReadPictureHeader(const unsigned char* b, std::size_t got) {
   PictureHeader header;
-  std::ifstream in(path, std::ios::binary);
-  unsigned char b[26] = {};
-  in.read(reinterpret_cast<char*>(b), sizeof b);
-  const std::streamsize got = in.gcount();
   auto little = [&b](int at) {
     return static_cast<uint32_t>(b[at]) | static_cast<uint32_t>(b[at + 1]) << 8 |
            static_cast<uint32_t>(b[at + 2]) << 16 | static_cast<uint32_t>(b[at + 3]) << 24;
@@ -55,19 +53,29 @@ inline PictureHeader PeekPictureHeader(const std::string& path) {
   return header;
 }
 
-// "" when the file is a BMP or PNG picture whose header claims at most
+inline PictureHeader PeekPictureHeader(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  unsigned char b[26] = {};
+  in.read(reinterpret_cast<char*>(b), sizeof b);
+  return ReadPictureHeader(b, static_cast<std::size_t>(in.gcount()));
+}
+
+// "" when the header is a BMP or PNG header claiming at most
 // `width` x `height` pixels; else what it is, in words that follow "is":
 // "a BMP picture whose header claims 100000 x 100000 pixels", "not a BMP or
 // PNG picture". Only such pictures are ever decoded. A larger one could not
 // be used, and decoding it could take gigabytes; the decoders of other
 // formats allocate whatever their header claims before anything here could
 // look at it, so those are refused unread.
-inline std::string PictureHeaderProblem(const std::string& path, int64_t width, int64_t height) {
-  const PictureHeader header = PeekPictureHeader(path);
+inline std::string HeaderProblem(const PictureHeader& header, int64_t width, int64_t height) {
   if (header.format.empty()) return "not a BMP or PNG picture";
   if (header.width <= width && header.height <= height) return "";
   return "a " + header.format + " picture whose header claims " + std::to_string(header.width) +
          " x " + std::to_string(header.height) + " pixels";
+}
+
+inline std::string PictureHeaderProblem(const std::string& path, int64_t width, int64_t height) {
+  return HeaderProblem(PeekPictureHeader(path), width, height);
 }
 
 }  // namespace sunxi_cam::sim

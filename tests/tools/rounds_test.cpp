@@ -327,4 +327,60 @@ TEST(RealtimeRoundTest, OneDistanceOnTheWallClockRunsToItsEnd) {
   EXPECT_GE(wall_us, static_cast<double>((*matched)["t"].GetInt64()));
 }
 
+// kivrun with --report on a shipped scenario: the report's Markdown.
+std::string ReportOf(const std::string& scenario, KivrunRun* run) {
+  char pattern[] = "/tmp/rounds_report.XXXXXX";
+  const fs::path dir = mkdtemp(pattern);
+  *run = Kivrun("--report " + (dir / "report").string() + " " + kScenarios + "/" + scenario);
+  const std::string report = ReadFile(dir / "report" / "report.md");
+  fs::remove_all(dir);
+  return report;
+}
+
+// The row of the report's picture table that starts with `start`.
+std::string Row(const std::string& report, const std::string& start) {
+  const std::size_t at = report.find("\n" + start);
+  if (at == std::string::npos) return "";
+  return report.substr(at + 1, report.find('\n', at + 1) - at - 1);
+}
+
+// Every version of the stripe pictures is on the sheet: the two-stripe
+// refusal at distance 10, which the no-cut-line picture at 20 overwrote.
+TEST(RoundReportTest, TheTwoStripeRefusalOfTheAppCutFailureIsShown) {
+  KivrunRun run;
+  const std::string report = ReportOf("failure_app_cut.json", &run);
+  EXPECT_EQ(run.status, 0) << run.err;
+  for (const char* picture : {"LL", "RR"}) {
+    const std::string first =
+        Row(report, std::string("| ") + (picture[0] == 'L' ? "1" : "3") + " | `/tmp/" + picture +
+                        ".bmp` | app distance 10, version 1, reply 2;257 |");
+    EXPECT_NE(first.find("two stripes at row"), std::string::npos) << report;
+    const std::string second =
+        Row(report, std::string("| ") + (picture[0] == 'L' ? "2" : "4") + " | `/tmp/" + picture +
+                        ".bmp` | app distance 20, version 2, reply 2;258 |");
+    EXPECT_NE(second.find("no cut line"), std::string::npos) << report;
+  }
+  EXPECT_NE(report.find("| 6 | `/tmp/pic/R.bmp` |"), std::string::npos) << report;
+  EXPECT_EQ(report.find("| 7 |"), std::string::npos) << report;
+}
+
+// A responder that refused lists the pictures it found missing, as the
+// event log's answer event does.
+TEST(RoundReportTest, TheProblemsOfARefusingNodeAreListed) {
+  KivrunRun run;
+  const std::string report = ReportOf("failure_plane.json", &run);
+  std::string problems;
+  for (const auto& e : run.events) {
+    if (std::string(e["event"].GetString()) != "answer" || !e.HasMember("problems")) continue;
+    for (const auto& p : e["problems"].GetArray()) {
+      problems += "- " + std::string(e["node"].GetString()) + " refused: " + p.GetString() + "\n";
+    }
+  }
+  ASSERT_FALSE(problems.empty()) << "no refusal in failure_plane.json";
+  EXPECT_NE(report.find("## What the calculation nodes refused or failed on\n\n" + problems),
+            std::string::npos)
+      << report;
+  EXPECT_NE(report.find("- plane refused: /tmp/left/560.bmp: missing\n"), std::string::npos);
+}
+
 }  // namespace

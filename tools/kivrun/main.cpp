@@ -279,6 +279,7 @@ int main(int argc, char** argv) {
           break;
         case kReport:
           options.report_dir = value;
+          options.report_name = value;
           break;
         case kEcho: {
           echo = true;

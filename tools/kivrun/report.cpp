@@ -144,6 +144,24 @@ std::string ReadPicture(const std::string& path, cv::Mat* picture) {
   return "";
 }
 
+// Why the bytes of a version of a picture cannot be shown, or "" with
+// *picture filled in: the same checks as a file's.
+std::string DecodeVersion(const std::vector<unsigned char>& bytes, cv::Mat* picture) {
+  if (bytes.empty()) return "empty file";
+  if (bytes.size() > kMaxPictureBytes) return "larger than 16 MiB";
+  const std::string header =
+      sunxi_cam::sim::HeaderProblem(sunxi_cam::sim::ReadPictureHeader(bytes.data(), bytes.size()),
+                                    kMaxPictureSide, kMaxPictureSide);
+  if (!header.empty()) return header;
+  try {
+    *picture = cv::imdecode(bytes, cv::IMREAD_UNCHANGED);
+  } catch (const cv::Exception&) {
+    picture->release();
+  }
+  if (picture->empty()) return "not a picture";
+  return "";
+}
+
 // Any decoded picture as 8-bit BGR, for showing.
 cv::Mat ForShowing(const cv::Mat& picture) {
   cv::Mat eight;
@@ -199,7 +217,11 @@ std::string SideName(ReportPicture::Side side) {
 Tile MakeTile(const ReportPicture& picture) {
   Tile tile;
   cv::Mat decoded;
-  tile.unreadable = ReadPicture(picture.path, &decoded);
+  if (picture.version > 0) {
+    tile.unreadable = DecodeVersion(picture.bytes, &decoded);
+  } else {
+    tile.unreadable = ReadPicture(picture.path, &decoded);
+  }
   if (!tile.unreadable.empty()) return tile;
   if (!picture.app) {
     tile.thumb = Thumbnail(ForShowing(decoded));
@@ -228,6 +250,18 @@ Tile MakeTile(const ReportPicture& picture) {
   // it would shrink with it.
   tile.thumb = Thumbnail(stripeinspect::DrawOverlay(decoded, cut, ""));
   return tile;
+}
+
+// What was being taken, and for a version of a rewritten picture its number
+// and the node's acknowledge after it: "app distance 20, version 2, reply 2;257".
+std::string Label(const ReportPicture& picture) {
+  std::string label = picture.label;
+  if (picture.version > 0) {
+    label +=
+        (label.empty() ? "" : ", ") + std::string("version ") + std::to_string(picture.version);
+    if (!picture.reply.empty()) label += ", reply " + picture.reply;
+  }
+  return label;
 }
 
 cv::Point TileCorner(std::size_t index, int title_height) {
@@ -266,7 +300,7 @@ void DrawTile(cv::Mat& sheet, cv::Point corner, const ReportPicture& picture, co
   int y = band.y + kBandLine;
   Text(sheet, Fit(picture.path, kBandScale, text_width, true), {x, y}, kBandScale, kPathText);
   y += kBandLine;
-  std::string label = picture.label;
+  std::string label = Label(picture);
   if (picture.writes > 1) {
     label += (label.empty() ? "" : ", ") + std::string("written ") +
              std::to_string(picture.writes) + " times";
@@ -375,6 +409,12 @@ std::string Summary(const ReportInput& input, const std::vector<Tile>& tiles) {
     md << "\n";
   }
 
+  if (!input.problems.empty()) {
+    md << "## What the calculation nodes refused or failed on\n\n";
+    for (const std::string& problem : input.problems) md << "- " << Cell(problem) << "\n";
+    md << "\n";
+  }
+
   md << "## Pictures\n\n";
   md << "![pictures](" << kReportSheet << ")\n\n";
   if (input.pictures.empty()) {
@@ -388,9 +428,14 @@ std::string Summary(const ReportInput& input, const std::vector<Tile>& tiles) {
     const Tile& tile = tiles[i];
     const std::string shown =
         !tile.unreadable.empty() ? "cannot read: " + tile.unreadable : tile.caption;
-    md << "| " << i + 1 << " | " << Code(picture.path) << " | " << Cell(picture.label) << " | "
+    md << "| " << i + 1 << " | " << Code(picture.path) << " | " << Cell(Label(picture)) << " | "
        << picture.size << " | " << (picture.hash.empty() ? "-" : Code(picture.hash)) << " | "
        << picture.writes << " | " << Cell(shown) << " |\n";
+  }
+  if (input.versions_not_kept > 0) {
+    md << "\n"
+       << input.versions_not_kept
+       << " later versions of rewritten pictures are not shown: at most 64 a picture are kept.\n";
   }
   return md.str();
 }

@@ -1,5 +1,7 @@
 // The picture report of a round: one PNG contact sheet of every picture the
-// round wrote and a Markdown summary beside it.
+// round wrote and a Markdown summary beside it. A picture the round
+// rewrote and the stripe cut read each time comes once per version, with
+// the request that caused it and the node's acknowledge.
 //
 // WriteReport reads each picture file as it stands when the round is over,
 // shrinks it to a labelled thumbnail (path and what was being taken) and
@@ -30,6 +32,13 @@ struct ReportPicture {
   int64_t size = 0;         // bytes, from the last write
   std::string hash;         // FNV-1a 64 of the last write, as the event log shows it
   int writes = 0;           // how often the round wrote it
+  // A version of a rewritten picture (/tmp/LL.bmp, /tmp/RR.bmp: the stripe
+  // cut runs on each): its number from 1, its bytes as they were, and the
+  // node's acknowledge that followed it ("2;20", "2;257"). A picture with
+  // version 0 is the file as the round left it, read from `path`.
+  int version = 0;
+  std::vector<unsigned char> bytes;
+  std::string reply;
 };
 
 struct ReportInput {
@@ -38,6 +47,9 @@ struct ReportInput {
   int exit_code = 0;                                         // kivrun's exit code
   std::vector<std::pair<std::string, std::string>> summary;  // rows: figure, value
   std::vector<ReportPicture> pictures;                       // in the order they were first written
+  int versions_not_kept = 0;  // versions of rewritten pictures beyond those kept
+  // What the calculation nodes that refused or failed said, a line each.
+  std::vector<std::string> problems;
 };
 
 // Names of the two files, inside the report folder.

@@ -357,7 +357,7 @@ void Responders::Answer(const ResponderKind& kind, const ResponderSetting& setti
   // so the topic exists.
   layout.publish(host_.FindTopic(kind.answers), kind.answers, record.get(),
                  std::string("kivrun/") + kind.node);
-  if (on_answer_) on_answer_(kind.node, action);
+  if (on_answer_) on_answer_(kind.node, action, f.value());
   if (computes && on_computed_) on_computed_(kind.node, f.value());
 }
 

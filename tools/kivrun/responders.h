@@ -94,8 +94,11 @@ class Responders {
   // cannot compute, or pictures a computing node cannot use.
   void Configure(const ResponderSetting& setting);
 
-  // Called after each answer is published (node name, action).
-  void SetOnAnswer(std::function<void(const std::string& node, const std::string& action)> hook) {
+  // Called after each answer is published: node name, action and the
+  // "answer" event as logged.
+  void SetOnAnswer(std::function<void(const std::string& node, const std::string& action,
+                                      const rapidjson::Value& answer)>
+                       hook) {
     on_answer_ = std::move(hook);
   }
   // Called after each answer of a computing node, with its "answer" event:
@@ -129,7 +132,7 @@ class Responders {
   int delt_factory_;
   std::map<std::string, Active> active_;
   SentPlanes sent_planes_;
-  std::function<void(const std::string&, const std::string&)> on_answer_;
+  std::function<void(const std::string&, const std::string&, const rapidjson::Value&)> on_answer_;
   std::function<void(const std::string&, const rapidjson::Value&)> on_computed_;
 };
 

@@ -6,6 +6,8 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 
 #include "msgs/topics.h"
 #include "src/calicodes.h"
@@ -138,6 +140,10 @@ void RoundSummary::Published(const std::string& topic, const rapidjson::Value& f
       } else {
         accepted_.push_back(static_cast<uint16_t>(value));
       }
+      // The acknowledge follows the stripe pictures it was about.
+      for (auto& [path, versions] : versions_) {
+        if (!versions.empty() && versions.back().reply.empty()) versions.back().reply = text;
+      }
     } else if (kind != kivplugcali::kKindCameraState) {
       final_result_ = "\"" + text + "\" on " + topic;
     }
@@ -147,8 +153,28 @@ void RoundSummary::Published(const std::string& topic, const rapidjson::Value& f
   }
 }
 
-void RoundSummary::Answered(const std::string& node, const std::string& action) {
+void RoundSummary::Answered(const std::string& node, const std::string& action,
+                            const rapidjson::Value& answer) {
   Count(answers_, action == "answer" ? node : node + " (" + action + ")");
+  if (action == "answer" || !answer.IsObject()) return;
+  // The failure code went into the answer's fields; the event names it too.
+  std::string code;
+  const auto code_member = answer.FindMember("code");
+  if (code_member != answer.MemberEnd() && code_member->value.IsInt64()) {
+    code = " with " + std::to_string(code_member->value.GetInt64());
+  }
+  const std::string head = node + (action == "refuse" ? " refused" : " failed") + code;
+  const auto problems = answer.FindMember("problems");
+  const auto reason = answer.FindMember("reason");
+  if (problems != answer.MemberEnd() && problems->value.IsArray()) {
+    for (const auto& problem : problems->value.GetArray()) {
+      if (problem.IsString()) problems_.push_back(head + ": " + problem.GetString());
+    }
+  } else if (reason != answer.MemberEnd() && reason->value.IsString()) {
+    problems_.push_back(head + ": " + reason->value.GetString());
+  } else {
+    problems_.push_back(head + ": the scenario asked for a failure");
+  }
 }
 
 namespace {
@@ -276,6 +302,43 @@ void RoundSummary::Written(const std::string& path, int64_t size, const std::str
   picture->size = size;
   picture->hash = hash;
   ++picture->writes;
+  if (keep_versions_ && (path == "/tmp/LL.bmp" || path == "/tmp/RR.bmp")) KeepVersion(*picture);
+}
+
+void RoundSummary::KeepVersion(const ReportPicture& picture) {
+  std::vector<ReportPicture>& versions = versions_[picture.path];
+  if (!versions.empty()) {
+    ReportPicture& last = versions.back();
+    if (last.hash == picture.hash && last.label == picture.label) {
+      ++last.writes;
+      return;
+    }
+  }
+  if (static_cast<int>(versions.size()) >= kMaxVersions) {
+    ++versions_not_kept_;
+    return;
+  }
+  ReportPicture version = picture;
+  version.writes = 1;
+  version.version = static_cast<int>(versions.size()) + 1;
+  // The file as it is now, just closed after the write: the next request
+  // rewrites it.
+  std::ifstream in(picture.path, std::ios::binary);
+  version.bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  versions.push_back(std::move(version));
+}
+
+std::vector<ReportPicture> RoundSummary::ReportPictures() const {
+  std::vector<ReportPicture> shown;
+  for (const ReportPicture& picture : pictures_) {
+    const auto kept = versions_.find(picture.path);
+    if (kept == versions_.end() || kept->second.empty()) {
+      shown.push_back(picture);
+    } else {
+      shown.insert(shown.end(), kept->second.begin(), kept->second.end());
+    }
+  }
+  return shown;
 }
 
 std::vector<std::pair<std::string, std::string>> RoundSummary::Rows(int64_t simulated_us,

@@ -32,8 +32,14 @@ class RoundSummary {
   void Requested(uint16_t value, bool app);
   // The node published `fields` (as the event log decodes them) on `topic`.
   void Published(const std::string& topic, const rapidjson::Value& fields);
-  // A simulated node answered (action: answer, fail, refuse).
-  void Answered(const std::string& node, const std::string& action);
+  // A simulated node answered (action: answer, fail, refuse); `answer` is
+  // its "answer" event. The problems it names (the pictures a refusing
+  // node found missing or wrong, why a computing node failed) are kept for
+  // Problems().
+  void Answered(const std::string& node, const std::string& action, const rapidjson::Value& answer);
+  // What the calculation nodes that refused or failed said, a line each, in
+  // order: "plane refused with 2: /tmp/left/560.bmp: missing".
+  const std::vector<std::string>& Problems() const { return problems_; }
   // A computing node answered; `answer` is its "answer" event
   // (docs/calibration.md).
   void Computed(const std::string& node, const rapidjson::Value& answer);
@@ -45,6 +51,20 @@ class RoundSummary {
                                                         double wall_seconds) const;
   // The pictures, in the order they were first written.
   const std::vector<ReportPicture>& Pictures() const { return pictures_; }
+
+  // From now on, keeps every version of /tmp/LL.bmp and /tmp/RR.bmp (the
+  // pictures the stripe cut reads, rewritten at every app request): its
+  // bytes, the request it was taken for and the node's acknowledge that
+  // followed (the first, when it was written again). A version written
+  // again unchanged for the same request counts as one more write of it. At most
+  // kMaxVersions versions a picture are kept; later ones are counted only.
+  void KeepVersions() { keep_versions_ = true; }
+  static constexpr int kMaxVersions = 64;
+  // The pictures for the report: Pictures(), with each kept picture
+  // replaced by its versions, in order.
+  std::vector<ReportPicture> ReportPictures() const;
+  // Versions written after the first kMaxVersions of their picture.
+  int VersionsNotKept() const { return versions_not_kept_; }
 
  private:
   std::vector<uint16_t> accepted_;                     // distances accepted, in order
@@ -58,6 +78,11 @@ class RoundSummary {
   std::vector<std::pair<std::string, std::vector<std::pair<std::string, std::string>>>>
       computed_;  // node, its rows
   std::vector<ReportPicture> pictures_;
+  std::vector<std::string> problems_;
+  bool keep_versions_ = false;
+  std::map<std::string, std::vector<ReportPicture>> versions_;  // by path
+  int versions_not_kept_ = 0;
+  void KeepVersion(const ReportPicture& picture);
   int picture_writes_ = 0;
   std::string taking_ = "before any request";  // label of pictures written now
   bool app_ = false;

@@ -288,9 +288,11 @@ void Run::OnAdvertise(const std::string& node, const std::string& topic,
         .Str("record", layout->name);
     rapidjson::Value fields(rapidjson::kObjectType);
     DecodeFields(*layout, record, fields, p.allocator());
-    Published(topic, fields);
     p.value().AddMember("fields", fields, p.allocator());
+    // Written first: writing an event reports the pictures written before
+    // it, so the summary sees a picture before the reply about it.
     log_.Write("publish", p.value());
+    Published(topic, p.value()["fields"]);
   });
 }
 
@@ -396,6 +398,8 @@ void Run::WatchPictures() {
 }
 
 int Run::Play() {
+  // The report shows every version of the stripe pictures: keep them.
+  if (!options_.report_dir.empty()) summary_.KeepVersions();
   log_.SetClock([this] { return host_.Loop().Now(); });
   host_.SetObserver(this);
   host_.Loop().SetExceptionHandler([this](const std::string& timer, std::exception_ptr error) {
@@ -467,9 +471,9 @@ int Run::Play() {
             delt_factory = delt->value.GetInt();
         }
         responders_ = std::make_unique<Responders>(host_, log_, delt_factory);
-        responders_->SetOnAnswer([this](const std::string& node, const std::string& action) {
-          summary_.Answered(node, action);
-        });
+        responders_->SetOnAnswer(
+            [this](const std::string& node, const std::string& action,
+                   const rapidjson::Value& answer) { summary_.Answered(node, action, answer); });
         responders_->SetOnComputed([this](const std::string& node, const rapidjson::Value& answer) {
           summary_.Computed(node, answer);
         });
@@ -515,13 +519,22 @@ int Run::Play() {
     report.description = scenario_.description;
     report.exit_code = code;
     report.summary = summary_.Rows(host_.Loop().Now(), WallSeconds());
-    report.pictures = summary_.Pictures();
+    report.pictures = summary_.ReportPictures();
+    report.versions_not_kept = summary_.VersionsNotKept();
+    report.problems = summary_.Problems();
+    // Messages name the folder as the user did, not as a private /tmp
+    // reaches it.
+    const std::string& name =
+        options_.report_name.empty() ? options_.report_dir : options_.report_name;
     try {
       WriteReport(options_.report_dir, report);
-      Errors() << "kivrun: report written to " << options_.report_dir << "/" << kReportSummary
-               << " and " << kReportSheet << "\n";
+      Errors() << "kivrun: report written to " << name << "/" << kReportSummary << " and "
+               << kReportSheet << "\n";
     } catch (const std::exception& e) {
-      Errors() << "kivrun: " << e.what() << "\n";
+      std::string what = e.what();
+      const std::size_t at = what.find(options_.report_dir);
+      if (at != std::string::npos) what.replace(at, options_.report_dir.size(), name);
+      Errors() << "kivrun: " << what << "\n";
       report_failed_ = true;
       if (code == kOk) code = kUsageError;
     }
@@ -948,7 +961,7 @@ void Run::ReplayAnswer(const std::string& node) {
   EncodeFields(layout, members["fields"], record.get());
   const std::string topic = Text(members["topic"]);
   layout.publish(host_.FindTopic(topic), topic, record.get(), "kivrun/" + node);
-  summary_.Answered(node, Text(members["action"]));
+  summary_.Answered(node, Text(members["action"]), members);
   if (replayed.computes) summary_.Computed(node, members);
 }
 

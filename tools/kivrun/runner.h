@@ -41,6 +41,7 @@ struct Options {
   bool realtime = false;                // run the main loop on the wall clock
   Progress* progress = nullptr;         // progress lines and the summary, or null
   std::string report_dir;               // where to write the picture report, or empty
+  std::string report_name;  // the same as the user named it, for messages ("" = report_dir)
 };
 
 // Exit codes of kivrun.
