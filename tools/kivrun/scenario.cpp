@@ -471,7 +471,11 @@ std::shared_ptr<rapidjson::Document> ParseJsonText(const std::string& content,
   {
     DepthCheck depth;
     rapidjson::Reader reader;
-    rapidjson::StringStream stream(content.c_str());
+    // A stream that knows where the text ends: rapidjson's UTF-8 check of
+    // a string reads a multi-byte character's bytes without looking, so on
+    // a NUL-terminated stream a text that ends inside one read past its end.
+    rapidjson::MemoryStream memory(content.data(), content.size());
+    rapidjson::EncodedInputStream<rapidjson::UTF8<>, rapidjson::MemoryStream> stream(memory);
     // Numbers as text: the depth check converts none.
     reader.Parse<kParseFlags | rapidjson::kParseNumbersAsStringsFlag>(stream, depth);
     if (depth.too_deep) {
