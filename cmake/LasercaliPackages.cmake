@@ -25,7 +25,7 @@ if(NOT LASERCALI_DEB_ARCH)
 endif()
 set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE ${LASERCALI_DEB_ARCH})
 
-set(runtime "libc6 (>= 2.34), libgcc-s1 (>= 3.0), libstdc++6 (>= 11)")
+set(runtime "libc6 (>= 2.34), libgcc-s1 (>= 3.0), libstdc++6 (>= 12)")
 set(opencv "libopencv-core406 (>= 4.6.0+dfsg), libopencv-imgcodecs406 (>= 4.6.0+dfsg)")
 set(this_version "${PROJECT_VERSION}")
 
