@@ -164,4 +164,27 @@ bool PrivateTmp::CopyFilesTo(const std::string& dir, int* copied, std::string* r
   return true;
 }
 
+bool PrivateTmp::Empty(std::string* reason) const {
+  namespace fs = std::filesystem;
+  if (!entered_) {
+    *reason = "not in a private /tmp";
+    return false;
+  }
+  std::error_code error;
+  for (fs::directory_iterator it("/tmp", error), end; !error && it != end; it.increment(error)) {
+    if (kept_.count(it->path().filename().string()) != 0) continue;
+    std::error_code removing;
+    fs::remove_all(it->path(), removing);
+    if (removing) {
+      *reason = "cannot remove " + it->path().string() + ": " + removing.message();
+      return false;
+    }
+  }
+  if (error) {
+    *reason = "cannot read the private /tmp: " + error.message();
+    return false;
+  }
+  return true;
+}
+
 }  // namespace sandbox

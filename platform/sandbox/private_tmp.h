@@ -61,6 +61,12 @@ class PrivateTmp {
   // *copied counts the files copied.
   bool CopyFilesTo(const std::string& dir, int* copied, std::string* reason) const;
 
+  // Removes everything in the private /tmp but the folders kept from the
+  // machine's, whose contents are the machine's and stay as they are. False
+  // (with *reason naming what stayed) when something cannot be removed, or
+  // when called before Enter(), which would empty the machine's /tmp.
+  bool Empty(std::string* reason) const;
+
  private:
   bool entered_ = false;
   std::vector<std::string> extra_;  // more paths to keep reachable (Keep)

@@ -36,11 +36,8 @@ void WriteFile(const std::string& path, const uint8_t* data, std::size_t size) {
 }
 
 void EmptyTmp() {
-  if (!Tmp().entered()) Fail("EmptyTmp() outside the private /tmp");
-  std::error_code error;
-  for (const auto& entry : std::filesystem::directory_iterator("/tmp", error)) {
-    std::filesystem::remove_all(entry.path(), error);
-  }
+  std::string reason;
+  if (!Tmp().Empty(&reason)) Fail("cannot empty the private /tmp: " + reason);
 }
 
 void Fail(const std::string& what) {

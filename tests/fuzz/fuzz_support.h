@@ -22,8 +22,9 @@ void EnterPrivateTmp();
 // (the private /tmp is a tmpfs, so it always can).
 void WriteFile(const std::string& path, const uint8_t* data, std::size_t size);
 
-// Removes everything under /tmp (the private one; aborts when called before
-// EnterPrivateTmp()), so the next input starts from an empty /tmp.
+// Removes everything under the private /tmp but the folders kept from the
+// machine's (the program's own, the working folder), so the next input
+// starts from an empty /tmp; aborts when called before EnterPrivateTmp().
 void EmptyTmp();
 
 // Stops the program with `what` on standard error: an input broke a rule the
