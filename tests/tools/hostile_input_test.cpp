@@ -1,16 +1,19 @@
 // kivrun and stripe-inspect, run as programs, under hostile input: nesting
 // too deep, numbers past their range, keys with a NUL, files that are no
-// files, outputs that cannot be written (/dev/full), picture headers that
-// lie. Each must end with one clear message naming the file (and the step),
-// the documented exit code, and no crash.
+// files, outputs that cannot be written (/dev/full, a terminal that has
+// gone away), picture headers that lie. Each must end with one clear message
+// naming the file (and the step), the documented exit code, and no crash.
 //
 // The test binary runs in a /tmp of its own, and so do the programs it
 // starts; every file is written into the test's own folder.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>
 #include <stdlib.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -48,6 +51,31 @@ std::string BmpHeader(int32_t width, int32_t height) {
   header[28] = 8;
   return header + std::string(64, '\x7f');
 }
+
+// The terminal side of a pseudo-terminal whose other side has closed: every
+// write to it fails with EIO, as on a device that has gone away. The
+// descriptor is left open across exec, so a shell can give it to a program
+// (`>&N`).
+class HungUpTerminal {
+ public:
+  HungUpTerminal() {
+    const int master = posix_openpt(O_RDWR | O_NOCTTY);
+    if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0) return;
+    const char* name = ptsname(master);
+    if (name != nullptr) fd_ = open(name, O_WRONLY | O_NOCTTY);
+    close(master);
+  }
+  ~HungUpTerminal() {
+    if (fd_ >= 0) close(fd_);
+  }
+  HungUpTerminal(const HungUpTerminal&) = delete;
+  HungUpTerminal& operator=(const HungUpTerminal&) = delete;
+
+  int fd() const { return fd_; }
+
+ private:
+  int fd_ = -1;
+};
 
 class HostileInputTest : public ::testing::Test {
  protected:
@@ -314,6 +342,27 @@ TEST_F(HostileInputTest, KivrunOutputsThatCannotBeWrittenAreReported) {
     ASSERT_EQ(run.err.size(), 1u) << option;
     EXPECT_EQ(run.err[0], "kivrun: cannot write standard output: No space left on device");
   }
+}
+
+TEST_F(HostileInputTest, OutputsThatFailWithAnIoErrorAreReported) {
+  const HungUpTerminal terminal;
+  ASSERT_GE(terminal.fd(), 0) << "no pseudo-terminal";
+  ASSERT_EQ(write(terminal.fd(), "x", 1), -1);
+  ASSERT_EQ(errno, EIO);
+  const std::string to_terminal = "&" + std::to_string(terminal.fd());
+
+  Scenario(R"({"send": "laser_calibration", "fields": {"distance": 4369}})");
+  ProgramRun run = Kivrun("s.json", to_terminal);
+  EXPECT_EQ(run.status, 2);
+  ASSERT_EQ(run.err.size(), 1u);
+  EXPECT_EQ(run.err[0],
+            "kivrun: cannot write the event log to standard output: Input/output error");
+
+  ASSERT_TRUE(cv::imwrite(Path("bent.bmp"), testsupport::BentStripePicture()));
+  run = StripeInspect("bent.bmp", to_terminal);
+  EXPECT_EQ(run.status, 1);
+  ASSERT_EQ(run.err.size(), 1u);
+  EXPECT_EQ(run.err[0], "stripe-inspect: cannot write standard output: Input/output error");
 }
 
 TEST_F(HostileInputTest, CameraSceneValuesOutsideTheirRangeNameTheMember) {
