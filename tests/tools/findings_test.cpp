@@ -1,7 +1,7 @@
 // What stripe-inspect shows of a picture: the JSON object, the CSV row, the
 // list line and the summary of a list, for pictures that were read and
 // pictures that were not.
-#include "tools/stripe_tool/inspection.h"
+#include "tools/stripe_tool/findings.h"
 
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>

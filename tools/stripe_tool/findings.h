@@ -8,8 +8,8 @@
 // line of a JSON list and every row of a CSV list has the same keys and
 // columns; the values a picture does not have are null in JSON and empty in
 // CSV. docs/stripe-tool.md lists them.
-#ifndef LASERCALI_TOOLS_STRIPE_TOOL_INSPECTION_H_
-#define LASERCALI_TOOLS_STRIPE_TOOL_INSPECTION_H_
+#ifndef LASERCALI_TOOLS_STRIPE_TOOL_FINDINGS_H_
+#define LASERCALI_TOOLS_STRIPE_TOOL_FINDINGS_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -100,4 +100,4 @@ class Tally {
 
 }  // namespace stripetool
 
-#endif  // LASERCALI_TOOLS_STRIPE_TOOL_INSPECTION_H_
+#endif  // LASERCALI_TOOLS_STRIPE_TOOL_FINDINGS_H_

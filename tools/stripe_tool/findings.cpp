@@ -1,4 +1,4 @@
-#include "tools/stripe_tool/inspection.h"
+#include "tools/stripe_tool/findings.h"
 
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
