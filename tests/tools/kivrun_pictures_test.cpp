@@ -91,6 +91,32 @@ TEST_F(KivrunPicturesTest, AFolderUnderTheMachinesTmpStaysInSightOfThePrivateTmp
   EXPECT_EQ(run.status, 0) << Joined(run.err);
 }
 
+TEST_F(KivrunPicturesTest, ARoundOnRecordedPicturesReplaysWithTheFolderAsRecorded) {
+  CopyExample("15");
+  Scenario(15);
+  ProgramRun run = Kivrun("--pictures pictures --log log.jsonl s.json");
+  if (run.status == 6) GTEST_SKIP() << "no private /tmp here";
+  ASSERT_EQ(run.status, 0) << Joined(run.err);
+  const std::string log = (dir_ / "log.jsonl").string();
+  const std::size_t events = testsupport::Lines(testsupport::ReadFile(log)).size();
+  // From the root folder: the recorded folder under the machine's /tmp stays
+  // in sight of the replay's private /tmp.
+  run = Kivrun("--replay " + log + " --log " + (dir_ / "again.jsonl").string(), "/");
+  EXPECT_EQ(run.status, 0) << Joined(run.err);
+  EXPECT_NE(Joined(run.err).find("kivrun: the replay of " + log + " gave the same " +
+                                 std::to_string(events) + " events"),
+            std::string::npos)
+      << Joined(run.err);
+  EXPECT_EQ(testsupport::ReadFile(dir_ / "again.jsonl"), testsupport::ReadFile(log));
+
+  // The replay shows the recorded folder, not the scene: without it the
+  // frames are refused and the events differ.
+  fs::remove_all(dir_ / "pictures");
+  fs::create_directories(dir_ / "pictures" / "20");
+  run = Kivrun("--replay " + log + " --log " + (dir_ / "again.jsonl").string(), "/");
+  EXPECT_EQ(run.status, 5) << Joined(run.err);
+}
+
 TEST_F(KivrunPicturesTest, AMissingDistanceIsNamedWithTheFileItLookedFor) {
   CopyExample("10");
   Scenario(15);
