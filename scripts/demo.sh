@@ -10,16 +10,22 @@
 # round writes into a folder of its own, out/<scenario>/: the event log
 # (events.jsonl), the picture report (report.md, pictures.png) and the
 # pictures the node wrote (pictures/). The node runs against a /tmp of its
-# own, so the pictures on this machine stay as they are.
+# own, so the pictures on this machine stay as they are. The round's
+# pictures go to pictures.new/ and take the place of pictures/ after the
+# round, so a round can be played on the pictures/ of the last one
+# (--pictures out/<scenario>/pictures); when such a round does not reach its
+# end, the folder it played stays and its pictures stay in pictures.new/.
 #
 # usage: scripts/demo.sh [--quiet] [--realtime] [--pictures DIR [--app]] [SCENARIO.json]
 #   --quiet         leave out the node's console lines
 #   --realtime      run the 10 ms frame timer on the wall clock (with a progress bar)
 #   --pictures DIR  play the round on recorded pictures instead of the simulated
-#                   scene: DIR/<distance>/left.png and right.png, or a folder a
-#                   round wrote (DIR/left/<N>.bmp, DIR/right/<N>.bmp); see
-#                   docs/camera-sim.md. scenarios/pictures/ is an example with a
-#                   fault planted in the right picture at 20 cm
+#                   scene: DIR/<distance>/left.png and right.png (27.5 too, the
+#                   distance check's wall), or a folder a round wrote
+#                   (DIR/left/<N>.bmp, DIR/right/<N>.bmp, DIR/pic/dis_left.bmp,
+#                   such as out/<scenario>/pictures); see docs/camera-sim.md.
+#                   scenarios/pictures/ is an example with a fault planted in
+#                   the right picture at 20 cm
 #   --app           the app round (scenarios/app_compute_round.json) instead of
 #                   the factory round
 #   SCENARIO        another round, e.g. scenarios/misaligned_laser_round.json
@@ -93,13 +99,18 @@ round_name() {
   esac
 }
 
+# The folder `1` with its links resolved, or "" when it is not there.
+real_folder() { (cd "$1" 2>/dev/null && pwd -P) || true; }
+
 # Plays the round: its event log, picture report and the node's pictures go
 # to $out/<scenario>/. Sets `status` to kivrun's exit code.
 play() {
   name=$(basename "$1" .json)
   folder="$out/$name"
   mkdir -p "$folder"
-  rm -rf "$folder/pictures"
+  # The round's pictures go to a fresh folder: the one played (--pictures)
+  # may be the last round's pictures/.
+  rm -rf "$folder/pictures.new"
   if [ -n "$pictures" ]; then
     say "playing $(round_name "$1") on the pictures in $pictures"
   else
@@ -109,10 +120,29 @@ play() {
   status=0
   # shellcheck disable=SC2086  # the options are one word each, or none
   "$build/tools/kivrun/kivrun" $echo_lines $realtime --progress --log "$folder/events.jsonl" \
-    --report "$folder" --pictures-out "$folder/pictures" ${pictures:+--pictures "$pictures"} \
+    --report "$folder" --pictures-out "$folder/pictures.new" ${pictures:+--pictures "$pictures"} \
     "$1" || status=$?
+  kept="$folder/pictures"
+  played=""
+  if [ -n "$pictures" ] && [ -d "$folder/pictures" ]; then
+    played=$(real_folder "$pictures")
+    case "$played/" in
+      "$(real_folder "$folder/pictures")"/*) ;;
+      *) played="" ;;
+    esac
+  fi
+  if [ -n "$played" ] && [ "$status" != 0 ]; then
+    # A round on the last round's pictures that did not reach its end: they stay.
+    kept="$folder/pictures.new"
+  else
+    rm -rf "$folder/pictures"
+    if [ -d "$folder/pictures.new" ]; then mv "$folder/pictures.new" "$folder/pictures"; fi
+  fi
   echo "== event log: $folder/events.jsonl; picture report: $folder/report.md, $folder/pictures.png;"
-  echo "   the node's pictures (written to its private /tmp): $folder/pictures/"
+  echo "   the node's pictures (written to its private /tmp): $kept/"
+  if [ "$kept" != "$folder/pictures" ]; then
+    echo "   $folder/pictures/, which the round played, stays as it was"
+  fi
 }
 
 install_packages

@@ -101,26 +101,39 @@ std::string PictureFolder::Look(double distance, int slot, cv::Mat* picture) con
   } else {
     if (slot == 2) return wanted + "the node's layout has pictures of the two lasers only";
     const fs::path folder = fs::path(dir_) / side;
+    // The distance check's picture of the laser, for a distance without numbered ones.
+    const fs::path check = fs::path(dir_) / "pic" / ("dis_" + side + ".bmp");
+    std::string numbered;  // the numbered pictures looked for, when they are missing
     if (distance != std::floor(distance) || distance < 0 || distance > 600) {
-      return wanted + "the node's pictures are numbered by whole distances";
-    }
-    const long whole = static_cast<long>(distance);
-    if (offset_ >= 0) {
-      file = folder / (std::to_string(whole * 100 + offset_) + ".bmp");
-      if (!IsFile(file)) return wanted + "'" + file.string() + "' is missing";
+      if (!IsFile(check)) {
+        return wanted + "'" + check.string() +
+               "' is missing (the node's numbered pictures are of whole distances)";
+      }
+      file = check;
     } else {
-      const std::vector<long> numbers = Numbers(folder, whole);
-      if (numbers.empty()) {
-        return wanted + "'" + (folder / (std::to_string(whole * 100) + ".bmp")).string() +
-               "' to '" + std::to_string(whole * 100 + 99) + ".bmp' are missing";
+      const long whole = static_cast<long>(distance);
+      if (offset_ >= 0) {
+        file = folder / (std::to_string(whole * 100 + offset_) + ".bmp");
+        if (!IsFile(file)) numbered = "'" + file.string() + "'";
+      } else {
+        const std::vector<long> numbers = Numbers(folder, whole);
+        if (numbers.size() > 1) {
+          std::string list;
+          for (long n : numbers) list += (list.empty() ? "" : ", ") + std::to_string(n) + ".bmp";
+          return wanted + "'" + folder.string() + "' holds " + list +
+                 "; say which with picture_offset (the node's delt_factory or delt_app)";
+        }
+        if (numbers.empty()) {
+          numbered = "'" + (folder / (std::to_string(whole * 100) + ".bmp")).string() + "' to '" +
+                     std::to_string(whole * 100 + 99) + ".bmp'";
+        } else {
+          file = folder / (std::to_string(numbers.front()) + ".bmp");
+        }
       }
-      if (numbers.size() > 1) {
-        std::string list;
-        for (long n : numbers) list += (list.empty() ? "" : ", ") + std::to_string(n) + ".bmp";
-        return wanted + "'" + folder.string() + "' holds " + list +
-               "; say which with picture_offset (the node's delt_factory or delt_app)";
+      if (!numbered.empty()) {
+        if (!IsFile(check)) return wanted + numbered + " and '" + check.string() + "' are missing";
+        file = check;
       }
-      file = folder / (std::to_string(numbers.front()) + ".bmp");
     }
   }
   try {

@@ -121,6 +121,47 @@ TEST_F(PictureFolderTest, TheNodesOwnFoldersAreReadAsTheyAre) {
   EXPECT_EQ(NextFrame(), 22);
 }
 
+TEST_F(PictureFolderTest, ADistanceWithoutNumberedPicturesTakesTheDistanceChecksPictures) {
+  Picture("left/3560.bmp", 21);
+  Picture("right/3560.bmp", 22);
+  Picture("pic/dis_left.bmp", 51);
+  Picture("pic/dis_right.bmp", 52);
+  Configure(Settings(R"(, "distance": 27.5)"));
+  ASSERT_TRUE(Open());
+  EXPECT_EQ(NextFrame(), 51);
+  EXPECT_EQ(NextFrame(), 52);
+  sim::SetDistance(35);  // numbered pictures come first
+  EXPECT_EQ(NextFrame(), 21);
+  EXPECT_EQ(NextFrame(), 22);
+  sim::SetDistance(20);  // a whole distance without them
+  EXPECT_EQ(NextFrame(), 51);
+  EXPECT_EQ(NextFrame(), 52);
+  Configure(R"({"picture_offset": 20, "distance": 35})");  // 3520.bmp is missing
+  EXPECT_EQ(NextFrame(), 51);
+  EXPECT_EQ(NextFrame(), 52);
+}
+
+TEST_F(PictureFolderTest, WithoutTheDistanceChecksPictureTheFilesLookedForAreNamed) {
+  Picture("left/3560.bmp", 21);
+  Picture("right/3560.bmp", 22);
+  Picture("pic/dis_right.bmp", 52);
+  Configure(Settings(R"(, "distance": 27.5)"));
+  ASSERT_TRUE(Open());
+  EXPECT_EQ(NextFrame(), -1);
+  EXPECT_EQ(LastReason(), "GetImageFrame failed: no left picture for distance 27.5: '" + dir_ +
+                              "/pic/dis_left.bmp' is missing (the node's numbered pictures are "
+                              "of whole distances)");
+  sim::SetDistance(20);
+  EXPECT_EQ(NextFrame(), -1);
+  EXPECT_EQ(LastReason(), "GetImageFrame failed: no left picture for distance 20: '" + dir_ +
+                              "/left/2000.bmp' to '2099.bmp' and '" + dir_ +
+                              "/pic/dis_left.bmp' are missing");
+  Configure(R"({"picture_offset": 60})");
+  EXPECT_EQ(NextFrame(), -1);
+  EXPECT_EQ(LastReason(), "GetImageFrame failed: no left picture for distance 20: '" + dir_ +
+                              "/left/2060.bmp' and '" + dir_ + "/pic/dis_left.bmp' are missing");
+}
+
 TEST_F(PictureFolderTest, TwoNumbersForADistanceNeedTheOffset) {
   Picture("left/1020.bmp", 31);
   Picture("left/1060.bmp", 32);

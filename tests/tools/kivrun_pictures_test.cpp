@@ -1,6 +1,7 @@
 // kivrun --pictures, run as a program: a round on a folder of recorded
-// pictures, what it says when a picture is missing or cannot be used, and
-// the folders it refuses.
+// pictures and its replay, a factory round played again on the folder it
+// wrote, what it says when a picture is missing or cannot be used, and the
+// folders it refuses.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -89,6 +90,73 @@ TEST_F(KivrunPicturesTest, AFolderUnderTheMachinesTmpStaysInSightOfThePrivateTmp
       Kivrun("--pictures " + (dir_ / "pictures").string() + " " + (dir_ / "s.json").string(), "/");
   if (run.status == 6) GTEST_SKIP() << "no private /tmp here";
   EXPECT_EQ(run.status, 0) << Joined(run.err);
+}
+
+TEST_F(KivrunPicturesTest, ARoundOnRecordedPicturesReplaysWithTheFolderAsRecorded) {
+  CopyExample("15");
+  Scenario(15);
+  ProgramRun run = Kivrun("--pictures pictures --log log.jsonl s.json");
+  if (run.status == 6) GTEST_SKIP() << "no private /tmp here";
+  ASSERT_EQ(run.status, 0) << Joined(run.err);
+  const std::string log = (dir_ / "log.jsonl").string();
+  const std::size_t events = testsupport::Lines(testsupport::ReadFile(log)).size();
+  // From the root folder: the recorded folder under the machine's /tmp stays
+  // in sight of the replay's private /tmp.
+  run = Kivrun("--replay " + log + " --log " + (dir_ / "again.jsonl").string(), "/");
+  EXPECT_EQ(run.status, 0) << Joined(run.err);
+  EXPECT_NE(Joined(run.err).find("kivrun: the replay of " + log + " gave the same " +
+                                 std::to_string(events) + " events"),
+            std::string::npos)
+      << Joined(run.err);
+  EXPECT_EQ(testsupport::ReadFile(dir_ / "again.jsonl"), testsupport::ReadFile(log));
+
+  // The replay shows the recorded folder, not the scene: without it the
+  // frames are refused and the events differ.
+  fs::remove_all(dir_ / "pictures");
+  fs::create_directories(dir_ / "pictures" / "20");
+  run = Kivrun("--replay " + log + " --log " + (dir_ / "again.jsonl").string(), "/");
+  EXPECT_EQ(run.status, 5) << Joined(run.err);
+}
+
+// The answers of the calculation nodes in an event log, in order.
+std::vector<std::string> Answers(const std::string& log) {
+  std::vector<std::string> answers;
+  for (const std::string& line : testsupport::Lines(log)) {
+    if (line.find(R"("event":"answer")") != std::string::npos) answers.push_back(line);
+  }
+  return answers;
+}
+
+TEST_F(KivrunPicturesTest, TheFolderAFactoryRoundWrotePlaysThatRoundAgainToTheSamePlanes) {
+  const std::string round = LASERCALI_SOURCE_DIR "/scenarios/factory_compute_round.json";
+  const std::string config = LASERCALI_SOURCE_DIR "/scenarios/lasercali.json";
+  ProgramRun run =
+      Kivrun("--config " + config + " --pictures-out written --log first.jsonl " + round);
+  if (run.status == 6) GTEST_SKIP() << "no private /tmp here";
+  ASSERT_EQ(run.status, 0) << Joined(run.err);
+  // The distance check's pictures are all the folder has for its wall at 27.5 cm.
+  ASSERT_TRUE(fs::is_regular_file(dir_ / "written" / "pic" / "dis_left.bmp"));
+  ASSERT_TRUE(fs::is_regular_file(dir_ / "written" / "pic" / "dis_right.bmp"));
+
+  run = Kivrun("--config " + config + " --pictures written --log again.jsonl " + round);
+  EXPECT_EQ(run.status, 0) << Joined(run.err);
+  const std::vector<std::string> first = Answers(testsupport::ReadFile(dir_ / "first.jsonl"));
+  const std::vector<std::string> again = Answers(testsupport::ReadFile(dir_ / "again.jsonl"));
+  ASSERT_EQ(first.size(), 3u);  // the plane, the check and the distance node
+  EXPECT_NE(first[0].find(R"("node":"plane")"), std::string::npos) << first[0];
+  EXPECT_NE(first[2].find(R"("node":"distance")"), std::string::npos) << first[2];
+  EXPECT_EQ(again, first);
+
+  // Without the distance check's left picture the round stops at the
+  // distance check, naming the files it looked for.
+  fs::remove(dir_ / "written" / "pic" / "dis_left.bmp");
+  run = Kivrun("--config " + config + " --pictures written --log again.jsonl " + round);
+  EXPECT_EQ(run.status, 4);
+  EXPECT_NE(
+      Joined(run.err).find("no left picture for distance 27.5: '" +
+                           (dir_ / "written" / "pic" / "dis_left.bmp").string() + "' is missing"),
+      std::string::npos)
+      << Joined(run.err);
 }
 
 TEST_F(KivrunPicturesTest, AMissingDistanceIsNamedWithTheFileItLookedFor) {

@@ -292,6 +292,28 @@ TEST_F(ReplayTest, ARunThatBuiltNoNodeHasNothingToReplay) {
   EXPECT_EQ(Error(), At(3) + "a second \"build\" event");
 }
 
+TEST_F(ReplayTest, TheCameraSettingOfKivrunPicturesIsStepZero) {
+  Write(Round({
+      R"({"t":0,"event":"camera_settings","step":0,"settings":{"pictures":"/robot/session"}})",
+      R"({"t":0,"event":"camera_settings","step":1,"settings":{"pictures":"other"}})",
+  }));
+  const Recording r = kivrun::ReadRecording(path_);
+  ASSERT_EQ(r.inputs.size(), 3u);
+  EXPECT_EQ(r.inputs[0].step.kind, Step::Kind::kCamera);
+  EXPECT_EQ(r.inputs[0].step.number, 0);
+  EXPECT_EQ(r.inputs[0].step.value.text(), R"({"pictures":"/robot/session"})");
+  EXPECT_EQ(r.inputs[1].step.number, 1);
+  // Only the folder of --pictures is kept in sight of a private /tmp; a
+  // scenario's own setting is looked up where the round looked it up.
+  EXPECT_EQ(r.pictures, std::vector<std::string>{"/robot/session"});
+
+  EXPECT_EQ(
+      RoundError({R"({"t":0,"event":"camera_settings","step":-1,"settings":{}})"}),
+      At(6) + "a \"camera_settings\" event needs \"step\": a whole number from 0 to 2147483647");
+  EXPECT_EQ(RoundError({R"({"t":0,"event":"note","step":0,"text":"x"})"}),
+            At(6) + "a \"note\" event needs \"step\": a whole number from 1 to 2147483647");
+}
+
 TEST_F(ReplayTest, EventsTheReplayPlaysNeedTheirMembers) {
   EXPECT_EQ(
       RoundError({R"({"t":0,"event":"send","step":1,"record":"kiv_camera_cali_msg","fields":{}})"}),

@@ -1,6 +1,7 @@
 // sim-pictures, run as a program: the folder it writes is what the camera
-// simulator shows at each distance, a round can be played on it, and a bad
-// command line, bad settings or an unwritable folder are refused.
+// simulator shows at each distance, a round can be played on it (by default
+// the whole factory round, distance check and all), and a bad command line,
+// bad settings or an unwritable folder are refused.
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>
 #include <sys/wait.h>
@@ -101,6 +102,29 @@ TEST_F(SimPicturesTest, TheFolderServesTheCameraAsRecordedPictures) {
   // A copy: Shown() resets the simulator, which drops its frames.
   const cv::Mat shown = cv::Mat(480, 640, CV_8UC1, const_cast<uint8_t*>(sim::Luminance(1))).clone();
   EXPECT_TRUE(Same(shown, Shown("", 30, 1)));  // the default scene, not the seed-7 one
+}
+
+TEST_F(SimPicturesTest, TheDefaultFolderServesAWholeFactoryRound) {
+  const ProgramRun run = Run("out");
+  ASSERT_EQ(run.status, 0);
+  std::string listed;
+  for (const char* distance : {"5", "10", "15", "20", "25", "27.5", "30", "35", "40", "45"}) {
+    for (const char* side : {"left", "right"}) {
+      listed += "out/" + std::string(distance) + "/" + side + ".png\n";
+    }
+  }
+  EXPECT_EQ(run.out, listed);  // the factory distances and the distance check's wall
+
+  const std::string command = "cd '" + dir_.string() +
+                              "' && " KIVRUN
+                              " --private-tmp --pictures out --log log.jsonl " LASERCALI_SOURCE_DIR
+                              "/scenarios/factory_compute_round.json 2>err.txt";
+  const int raw = std::system(command.c_str());
+  const int status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+  if (status == 6) GTEST_SKIP() << "no private /tmp here";
+  EXPECT_EQ(status, 0) << testsupport::ReadFile(dir_ / "err.txt");
+  const std::string log = testsupport::ReadFile(dir_ / "log.jsonl");
+  EXPECT_NE(log.find(R"("event":"answer","node":"distance","action":"answer")"), std::string::npos);
 }
 
 TEST_F(SimPicturesTest, BadCommandLinesSettingsAndFoldersAreRefused) {

@@ -52,7 +52,9 @@ options:
   --log FILE          write the event log to FILE (default: standard output)
   --replay OLD.jsonl  play the inputs recorded in the event log OLD.jsonl
                       and compare the new log with it (exit code 5 when
-                      they differ); no scenario, --config or --realtime
+                      they differ); no scenario, --config, --realtime
+                      or --pictures (a round played on pictures replays
+                      on the folder it recorded)
   --echo              also print the node's console lines on standard
                       error; a run of the same line comes as one line
                       with a count: "[STB] return_res success cc  (x10)"
@@ -370,6 +372,7 @@ int main(int argc, char** argv) {
   if (private_tmp) {
     std::string reason;
     if (!pictures.empty()) tmp.Keep(pictures);
+    for (const std::string& folder : recording.pictures) tmp.Keep(folder);
     if (!tmp.Enter(&reason)) {
       std::cerr << "kivrun: no private /tmp for the node (" << reason
                 << "); run without --private-tmp to use the machine's /tmp\n";

@@ -277,8 +277,9 @@ void Prepare(const Line& line, const rapidjson::Value& event, RecordedEvent& rec
     step.number = line.NeedStep();
     step.flag = line.NeedBool("on");
   } else if (kind == "camera_settings") {
+    // Step 0 is kivrun --pictures' setting, played before the scenario's first step.
     step.kind = Step::Kind::kCamera;
-    step.number = line.NeedStep();
+    step.number = static_cast<int>(line.NeedCount("step", 0, INT_MAX));
     step.value = line.Kept("settings", line.NeedObject("settings"));
   } else if (kind == "responder" || kind == "answer") {
     const std::string node = line.NeedText("node");
@@ -425,6 +426,12 @@ Recording ReadRecording(const std::string& path) {
     recorded.kind = kind;
     Prepare(line, event, recorded);
     recorded.members = MembersOf(event);
+    if (kind == "camera_settings" && recorded.step.number == 0) {
+      const auto folder = event["settings"].FindMember("pictures");
+      if (folder != event["settings"].MemberEnd() && folder->value.IsString()) {
+        recording.pictures.push_back(Text(folder->value));
+      }
+    }
     if (kind == "answer") {
       recording.answers[Text(event["node"])].push_back(std::move(recorded));
     } else {

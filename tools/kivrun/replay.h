@@ -11,12 +11,12 @@
 // throws ReplayError naming the file and the line.
 //
 // A recording keeps every line, to compare and to show, and in order the
-// events the replay acts on: the scenario's steps (as Steps to play again),
-// the simulated calculation nodes' settings, the runner's own "matched" and
-// "error" events and the teardown. Their members are kept as written, with
-// the exact bytes of strings that are not UTF-8 put back from "bytes_hex".
-// The answers of the simulated nodes are kept per node, in the order they
-// came.
+// events the replay acts on: the scenario's steps (as Steps to play again;
+// steps count from 1, but a "camera_settings" event may have step 0, the
+// setting kivrun --pictures plays first), the simulated calculation nodes'
+// settings, the runner's own "matched" and "error" events and the teardown. Their members are kept
+// as written, with the exact bytes of strings that are not UTF-8 put back from "bytes_hex". The
+// answers of the simulated nodes are kept per node, in the order they came.
 //
 // LogComparison takes the replay's lines as they are written and finds the
 // first event that differs from the recorded one. Two events are the same
@@ -70,6 +70,10 @@ struct Recording {
   // The events the replay acts on, in order: the steps above, "responder",
   // "matched", "error" with a "step", "teardown".
   std::vector<RecordedEvent> inputs;
+  // The folders of kivrun --pictures: the "pictures" of the camera settings
+  // of step 0, which a replay keeps in sight of a private /tmp as the
+  // recorded run did.
+  std::vector<std::string> pictures;
   // node -> its "answer" events, in order.
   std::map<std::string, std::vector<RecordedEvent>> answers;
   std::vector<std::string> lines;     // every line as written

@@ -4,9 +4,11 @@
 //
 // usage: sim-pictures [options] OUTDIR
 // It applies the camera settings given (docs/camera-sim.md), then for each
-// distance sets the wall there and writes OUTDIR/<distance>/<side>.<format>
-// for each side: the luminance of a left (laser field 1), right (8) or other
-// (0) frame, 640 x 480 gray. A line per file on standard output.
+// distance (by default the factory distances 5 to 45 and the shipped
+// rounds' distance check at 27.5) sets the wall there and writes
+// OUTDIR/<distance>/<side>.<format> for each side: the luminance of a left
+// (laser field 1), right (8) or other (0) frame, 640 x 480 gray. A line per
+// file on standard output.
 //
 // Exit codes: 0 every picture written; 1 a picture could not be written (the
 // message names it); 2 bad command line; 3 bad settings (the message names
@@ -49,7 +51,9 @@ options:
   --settings JSON|FILE   camera settings to apply first: a JSON object, or
                          a file holding one (docs/camera-sim.md)
   --distances LIST       the distances, in cm, separated by commas
-                         (default 5,10,15,20,25,30,35,40,45)
+                         (default 5,10,15,20,25,27.5,30,35,40,45: the
+                         factory distances and the factory round's
+                         distance check)
   --sides LIST           left, right and/or other (default left,right)
   --format png|bmp       the pictures' format (default png)
   -h, --help             show this help
@@ -66,7 +70,9 @@ line; 3 bad settings
 
 struct Options {
   std::string settings;
-  std::vector<double> distances{5, 10, 15, 20, 25, 30, 35, 40, 45};
+  // The factory distances and the shipped rounds' distance check (a wall at
+  // 27.5 cm), so that the folder serves a whole factory round.
+  std::vector<double> distances{5, 10, 15, 20, 25, 27.5, 30, 35, 40, 45};
   std::vector<std::string> sides{"left", "right"};
   std::string format = "png";
   std::string out;
