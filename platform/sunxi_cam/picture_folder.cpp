@@ -101,38 +101,33 @@ std::string PictureFolder::Look(double distance, int slot, cv::Mat* picture) con
   } else {
     if (slot == 2) return wanted + "the node's layout has pictures of the two lasers only";
     const fs::path folder = fs::path(dir_) / side;
-    // The distance check's picture of the laser, for a distance without numbered ones.
-    const fs::path check = fs::path(dir_) / "pic" / ("dis_" + side + ".bmp");
-    std::string numbered;  // the numbered pictures looked for, when they are missing
-    if (distance != std::floor(distance) || distance < 0 || distance > 600) {
-      if (!IsFile(check)) {
-        return wanted + "'" + check.string() +
+    if (distance < 0 || distance > 600) return wanted + "the node's distances are 0 to 600";
+    if (distance != std::floor(distance)) {
+      // The node numbers its pictures by whole distances; a wall between
+      // them is the distance check's, whose pictures it keeps in pic/.
+      file = fs::path(dir_) / "pic" / ("dis_" + side + ".bmp");
+      if (!IsFile(file)) {
+        return wanted + "'" + file.string() +
                "' is missing (the node's numbered pictures are of whole distances)";
       }
-      file = check;
     } else {
       const long whole = static_cast<long>(distance);
       if (offset_ >= 0) {
         file = folder / (std::to_string(whole * 100 + offset_) + ".bmp");
-        if (!IsFile(file)) numbered = "'" + file.string() + "'";
+        if (!IsFile(file)) return wanted + "'" + file.string() + "' is missing";
       } else {
         const std::vector<long> numbers = Numbers(folder, whole);
+        if (numbers.empty()) {
+          return wanted + "'" + (folder / (std::to_string(whole * 100) + ".bmp")).string() +
+                 "' to '" + std::to_string(whole * 100 + 99) + ".bmp' are missing";
+        }
         if (numbers.size() > 1) {
           std::string list;
           for (long n : numbers) list += (list.empty() ? "" : ", ") + std::to_string(n) + ".bmp";
           return wanted + "'" + folder.string() + "' holds " + list +
                  "; say which with picture_offset (the node's delt_factory or delt_app)";
         }
-        if (numbers.empty()) {
-          numbered = "'" + (folder / (std::to_string(whole * 100) + ".bmp")).string() + "' to '" +
-                     std::to_string(whole * 100 + 99) + ".bmp'";
-        } else {
-          file = folder / (std::to_string(numbers.front()) + ".bmp");
-        }
-      }
-      if (!numbered.empty()) {
-        if (!IsFile(check)) return wanted + numbered + " and '" + check.string() + "' are missing";
-        file = check;
+        file = folder / (std::to_string(numbers.front()) + ".bmp");
       }
     }
   }

@@ -7,11 +7,11 @@
 //                ("12.5");
 //   the node's   DIR/left/<N>.bmp and DIR/right/<N>.bmp with N = distance x
 //                100 + the picture number offset (the node's delt_factory or
-//                delt_app): a folder an earlier round wrote, as it is. A
-//                distance without numbered pictures (27.5, or a whole one
-//                whose picture is missing) takes the distance check's
-//                pictures of that folder, DIR/pic/dis_left.bmp and
-//                dis_right.bmp.
+//                delt_app): a folder an earlier round wrote, as it is. The
+//                node numbers whole distances only: a distance with a
+//                fraction (the distance check's wall at 27.5) takes the
+//                distance check's pictures of that folder,
+//                DIR/pic/dis_left.bmp and dis_right.bmp.
 // Left frames (laser field 1) show the left picture, right frames (8) the
 // right one, other frames the "other" picture of the by-distance layout (the
 // node's layout has none). Each picture must be a BMP or PNG file of 640 x
@@ -45,8 +45,7 @@ class PictureFolder {
   // `distance`: "" with *picture set, or what is wrong, naming the files
   // looked for ("no left picture for distance 35: 'DIR/35/left.bmp' or
   // '.png' is missing"; "no left picture for distance 35: 'DIR/left/3560.bmp'
-  // and 'DIR/pic/dis_left.bmp' are missing"). The answer is kept: asking
-  // again reads nothing.
+  // is missing"). The answer is kept: asking again reads nothing.
   std::string Find(double distance, int slot, cv::Mat* picture) const;
 
  private:

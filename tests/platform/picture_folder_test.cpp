@@ -121,7 +121,7 @@ TEST_F(PictureFolderTest, TheNodesOwnFoldersAreReadAsTheyAre) {
   EXPECT_EQ(NextFrame(), 22);
 }
 
-TEST_F(PictureFolderTest, ADistanceWithoutNumberedPicturesTakesTheDistanceChecksPictures) {
+TEST_F(PictureFolderTest, ADistanceWithAFractionTakesTheDistanceChecksPictures) {
   Picture("left/3560.bmp", 21);
   Picture("right/3560.bmp", 22);
   Picture("pic/dis_left.bmp", 51);
@@ -130,18 +130,30 @@ TEST_F(PictureFolderTest, ADistanceWithoutNumberedPicturesTakesTheDistanceChecks
   ASSERT_TRUE(Open());
   EXPECT_EQ(NextFrame(), 51);
   EXPECT_EQ(NextFrame(), 52);
-  sim::SetDistance(35);  // numbered pictures come first
+  sim::SetDistance(35);  // a whole distance shows its numbered pictures
   EXPECT_EQ(NextFrame(), 21);
   EXPECT_EQ(NextFrame(), 22);
-  sim::SetDistance(20);  // a whole distance without them
-  EXPECT_EQ(NextFrame(), 51);
-  EXPECT_EQ(NextFrame(), 52);
-  Configure(R"({"picture_offset": 20, "distance": 35})");  // 3520.bmp is missing
-  EXPECT_EQ(NextFrame(), 51);
-  EXPECT_EQ(NextFrame(), 52);
 }
 
-TEST_F(PictureFolderTest, WithoutTheDistanceChecksPictureTheFilesLookedForAreNamed) {
+TEST_F(PictureFolderTest, AWholeDistanceWithoutNumberedPicturesIsAHoleInTheFolder) {
+  // The distance check's pictures do not stand in for a missing numbered
+  // one: the folder lacks a picture of the round, and the message says which.
+  Picture("left/3560.bmp", 21);
+  Picture("right/3560.bmp", 22);
+  Picture("pic/dis_left.bmp", 51);
+  Picture("pic/dis_right.bmp", 52);
+  Configure(Settings(R"(, "distance": 20)"));
+  ASSERT_TRUE(Open());
+  EXPECT_EQ(NextFrame(), -1);
+  EXPECT_EQ(LastReason(), "GetImageFrame failed: no left picture for distance 20: '" + dir_ +
+                              "/left/2000.bmp' to '2099.bmp' are missing");
+  Configure(R"({"picture_offset": 20, "distance": 35})");
+  EXPECT_EQ(NextFrame(), -1);
+  EXPECT_EQ(LastReason(), "GetImageFrame failed: no left picture for distance 35: '" + dir_ +
+                              "/left/3520.bmp' is missing");
+}
+
+TEST_F(PictureFolderTest, WithoutTheDistanceChecksPictureTheFileLookedForIsNamed) {
   Picture("left/3560.bmp", 21);
   Picture("right/3560.bmp", 22);
   Picture("pic/dis_right.bmp", 52);
@@ -151,15 +163,6 @@ TEST_F(PictureFolderTest, WithoutTheDistanceChecksPictureTheFilesLookedForAreNam
   EXPECT_EQ(LastReason(), "GetImageFrame failed: no left picture for distance 27.5: '" + dir_ +
                               "/pic/dis_left.bmp' is missing (the node's numbered pictures are "
                               "of whole distances)");
-  sim::SetDistance(20);
-  EXPECT_EQ(NextFrame(), -1);
-  EXPECT_EQ(LastReason(), "GetImageFrame failed: no left picture for distance 20: '" + dir_ +
-                              "/left/2000.bmp' to '2099.bmp' and '" + dir_ +
-                              "/pic/dis_left.bmp' are missing");
-  Configure(R"({"picture_offset": 60})");
-  EXPECT_EQ(NextFrame(), -1);
-  EXPECT_EQ(LastReason(), "GetImageFrame failed: no left picture for distance 20: '" + dir_ +
-                              "/left/2060.bmp' and '" + dir_ + "/pic/dis_left.bmp' are missing");
 }
 
 TEST_F(PictureFolderTest, TwoNumbersForADistanceNeedTheOffset) {
