@@ -121,6 +121,11 @@ struct Residuals {
 inline constexpr double kCheckMaxRms = 0.2;
 inline constexpr double kCheckMaxWorst = 1.0;
 
+// Whether measured residuals pass the check (the thresholds above).
+inline bool PassesCheck(const Residuals& r) {
+  return r.code == kSuccess && r.rms <= kCheckMaxRms && r.worst <= kCheckMaxWorst;
+}
+
 // How far the stripe centres of the pictures lie from where `plane` puts
 // them, along the rows.
 Residuals CheckPlane(const CameraGeometry& geometry, const Plane& plane,
