@@ -42,7 +42,7 @@ enum FailureCode : int {
   kSidesSwapped = 8,     // the left laser's plane lies right of the right laser's
   kNotEncodable = 9,     // a plane outside the range its nine values can carry
   kCheckFailed = 10,     // the check: residuals above the thresholds
-  kNothingToCheck = 11,  // the check or distance: no plane to work with
+  kNothingToCheck = 11,  // the check: no planes were sent to check
   kNoWall = 12,          // the distance: no stripe points on a wall
   kLasersDisagree = 13,  // the distance: the two lasers' walls lie too far apart
 };
