@@ -187,6 +187,41 @@ TEST_F(LaserCalibrationTest, APlaneThatIsOffLeavesLargeResiduals) {
   EXPECT_GT(r.worst, 3.0);
 }
 
+// The check's thresholds against its claim (laser_calibration.h): on clean
+// factory pictures the true plane passes, and a plane off by 0.05 degrees
+// of yaw, 0.1 degrees of roll or 0.05 mm of offset, either way, fails.
+TEST_F(LaserCalibrationTest, TheCheckPassesTheTruePlaneAndFailsSlightlyDisturbedOnes) {
+  const TargetPictures pictures(calctest::FactoryDistances());
+  const calc::CameraGeometry g = Geometry();
+  for (int laser : {1, 8}) {
+    const calc::Plane truth =
+        calctest::PlaneOf(laser == 1 ? sim::Truth().left : sim::Truth().right);
+    const calc::Residuals passing = calc::CheckPlane(g, truth, pictures.Of(laser));
+    EXPECT_TRUE(calc::PassesCheck(passing))
+        << "laser " << laser << ": " << passing.rms << " px RMS, " << passing.worst << " px";
+    struct Disturbance {
+      const char* what;
+      double yaw, roll, offset;  // degrees, degrees, cm
+    };
+    for (const Disturbance& d :
+         {Disturbance{"yaw 0.05 degrees", 0.05, 0, 0}, Disturbance{"roll 0.1 degrees", 0, 0.1, 0},
+          Disturbance{"offset 0.05 mm", 0, 0, 0.005}}) {
+      for (int sign : {1, -1}) {
+        calc::PlaneAngles angles = calc::AnglesOf(truth);
+        angles.yaw += sign * d.yaw;
+        angles.roll += sign * d.roll;
+        angles.offset += sign * d.offset;
+        const calc::Residuals r =
+            calc::CheckPlane(g, calc::PlaneFromAngles(angles), pictures.Of(laser));
+        ASSERT_EQ(r.code, calc::kSuccess) << r.reason;
+        EXPECT_FALSE(calc::PassesCheck(r))
+            << "laser " << laser << ", " << (sign > 0 ? "+" : "-") << d.what << ": " << r.rms
+            << " px RMS, " << r.worst << " px at worst";
+      }
+    }
+  }
+}
+
 TEST_F(LaserCalibrationTest, ResidualsNeedTheStripe) {
   TargetPictures pictures({20});
   pictures.FillRows(1, 0, 0, 479, 0);

@@ -609,6 +609,35 @@ TEST_F(ComputingRespondersTest, AComputingNodeStillRefusesMissingPicturesWithCod
   EXPECT_FALSE(event.HasMember("lasers"));
 }
 
+TEST_F(ComputingRespondersTest, TheComputingCheckNodeRefusesAMissingPictureWithCode2) {
+  const std::vector<std::string> paths = StoreFactoryRound();
+  ASSERT_EQ(PlaneAnswer(paths).result, 1);
+  std::remove(paths[12].c_str());
+  const kiv_camera_calires_msg check = CheckAnswer(paths);
+  EXPECT_EQ(check.kind, 4);
+  EXPECT_EQ(check.check_result, 2);
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(check.check_data[i], 0) << i;
+  const rapidjson::Document event = LastAnswer();
+  EXPECT_STREQ(event["action"].GetString(), "refuse");
+  ASSERT_EQ(event["problems"].Size(), 1u);
+  EXPECT_EQ(std::string(event["problems"][0].GetString()), paths[12] + ": missing");
+  EXPECT_FALSE(event.HasMember("residuals"));
+}
+
+TEST_F(ComputingRespondersTest, TheComputingDistanceNodeRefusesAMissingPictureWithCode2) {
+  Store(DisLeft(), 30, 1);
+  const kiv_camera_distance_msg answer = DistanceAnswer();
+  EXPECT_EQ(answer.kind, 1);
+  EXPECT_EQ(answer.status, 2);
+  EXPECT_EQ(answer.distance, 0);
+  EXPECT_EQ(answer.far_values[0], 0);
+  const rapidjson::Document event = LastAnswer();
+  EXPECT_STREQ(event["action"].GetString(), "refuse");
+  ASSERT_EQ(event["problems"].Size(), 1u);
+  EXPECT_EQ(std::string(event["problems"][0].GetString()), DisRight() + ": missing");
+  EXPECT_FALSE(event.HasMember("walls"));
+}
+
 TEST_F(ComputingRespondersTest, OnlyThePlaneCheckAndDistanceNodesCompute) {
   ResponderSetting ieparam = Computing("ieparam", {});
   EXPECT_THROW(responders_.Configure(ieparam), std::invalid_argument);

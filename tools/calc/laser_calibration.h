@@ -42,7 +42,7 @@ enum FailureCode : int {
   kSidesSwapped = 8,     // the left laser's plane lies right of the right laser's
   kNotEncodable = 9,     // a plane outside the range its nine values can carry
   kCheckFailed = 10,     // the check: residuals above the thresholds
-  kNothingToCheck = 11,  // the check or distance: no plane to work with
+  kNothingToCheck = 11,  // the check: no planes were sent to check
   kNoWall = 12,          // the distance: no stripe points on a wall
   kLasersDisagree = 13,  // the distance: the two lasers' walls lie too far apart
 };
@@ -120,6 +120,11 @@ struct Residuals {
 // offset leaves more than the thresholds.
 inline constexpr double kCheckMaxRms = 0.2;
 inline constexpr double kCheckMaxWorst = 1.0;
+
+// Whether measured residuals pass the check (the thresholds above).
+inline bool PassesCheck(const Residuals& r) {
+  return r.code == kSuccess && r.rms <= kCheckMaxRms && r.worst <= kCheckMaxWorst;
+}
 
 // How far the stripe centres of the pictures lie from where `plane` puts
 // them, along the rows.

@@ -470,7 +470,7 @@ bool Responders::Compute(const ResponderKind& kind, const std::vector<std::strin
                         answer->check_data);
       for (int side = 0; side < 2; ++side) {
         const calc::Residuals& r = residuals[side];
-        if (r.rms > calc::kCheckMaxRms || r.worst > calc::kCheckMaxWorst) {
+        if (!calc::PassesCheck(r)) {
           char text[200];
           std::snprintf(text, sizeof text,
                         "%s laser: residuals of %.3f px RMS and %.3f px at worst; at most %.1f "
