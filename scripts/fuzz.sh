@@ -8,6 +8,8 @@
 #            (e.g. node_commands_fuzz; --list prints them)
 #   SECONDS  how long to fuzz, default 60 (--all: 30 per target)
 #   options  passed on to the fuzzer, e.g. -jobs=2 -workers=2 -runs=1000000
+#            (with -jobs the jobs' logs go to build-fuzz/logs/TARGET.jobs/,
+#            and the executions counted are those of every job)
 #   --all    runs every target for SECONDS, one after the other, and prints
 #            a table of executions and time per target (CI's regression run)
 #   --list   prints the targets and stops
@@ -99,39 +101,52 @@ cmake --build "$work" --target fuzz_targets -j"$(nproc 2>/dev/null || echo 2)" >
 # --- run ---------------------------------------------------------------------
 
 # fuzz TARGET SECONDS [OPTION...]: runs one target; its output goes to
-# build-fuzz/logs/TARGET.log and the end of it to the terminal.
+# build-fuzz/logs/TARGET.log and the end of it to the terminal. The fuzzer
+# runs in build-fuzz/logs/TARGET.jobs/, where libFuzzer writes the logs of
+# its jobs (fuzz-N.log) when -jobs is given; the executions of all of them
+# are counted.
 fuzz() {
   name=$1
   time=$2
   shift 2
+  root=$(pwd)
   corpus="$work/corpus/$name"
   artifacts="$work/artifacts/$name"
   log="$work/logs/$name.log"
-  mkdir -p "$corpus" "$artifacts" "$work/logs"
+  jobs_dir="$work/logs/$name.jobs"
+  rm -rf "$jobs_dir"
+  mkdir -p "$corpus" "$artifacts" "$jobs_dir"
   seeds=""
-  [ -d "tests/fuzz/corpus/$name" ] && seeds="tests/fuzz/corpus/$name"
+  [ -d "tests/fuzz/corpus/$name" ] && seeds="$root/tests/fuzz/corpus/$name"
   extra="tests/fuzz/corpus/$name.extra"
-  seed_list="$work/logs/$name.seeds"
+  seed_list="$root/$work/logs/$name.seeds"
   : >"$seed_list"
   if [ -f "$extra" ]; then
     grep -v '^#' "$extra" | while read -r pattern; do
       # shellcheck disable=SC2086  # the pattern is a glob
-      for f in $pattern; do [ -f "$f" ] && printf '%s,' "$f"; done
+      for f in $pattern; do [ -f "$f" ] && printf '%s,' "$root/$f"; done
     done | sed 's/,$//' >"$seed_list"  # libFuzzer wants them separated by commas
   fi
   [ -s "$seed_list" ] && set -- "$@" -seed_inputs=@"$seed_list"
-  echo "fuzz.sh: $name for ${time} s; corpus $corpus${seeds:+ and $seeds}"
+  echo "fuzz.sh: $name for ${time} s; corpus $corpus${seeds:+ and tests/fuzz/corpus/$name}"
   status=0
   # shellcheck disable=SC2086  # $seeds is one folder or nothing
-  "$work/tests/fuzz/$name" -max_total_time="$time" -timeout=20 -print_final_stats=1 \
-    -artifact_prefix="$artifacts/" "$@" "$corpus" $seeds >"$log" 2>&1 || status=$?
-  runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -n 1)
+  (cd "$jobs_dir" && "$root/$work/tests/fuzz/$name" -max_total_time="$time" -timeout=20 \
+    -print_final_stats=1 -artifact_prefix="$root/$artifacts/" "$@" "$root/$corpus" $seeds) \
+    >"$log" 2>&1 || status=$?
+  # With -jobs the fuzzer's own output repeats its jobs' logs: count those.
+  counted="$log"
+  [ -e "$jobs_dir/fuzz-0.log" ] && counted="$jobs_dir/fuzz-*.log"
+  # shellcheck disable=SC2086  # $counted is one file or a glob
+  runs=$(cat $counted 2>/dev/null | sed -n 's/^stat::number_of_executed_units: *//p' |
+    awk '{ n += $1 } END { if (NR) print n }')
   if [ "$status" -ne 0 ]; then
-    tail -n 60 "$log" >&2
+    # shellcheck disable=SC2086  # $counted is one file or a glob
+    tail -n 60 $counted >&2
     if [ "$status" -eq 77 ]; then
       echo "fuzz.sh: $name cannot run here (see above)" >&2
     else
-      echo "fuzz.sh: $name found a failing input (exit $status); see $artifacts/ and $log" >&2
+      echo "fuzz.sh: $name found a failing input (exit $status); see $artifacts/ and $counted" >&2
     fi
     return 1
   fi
