@@ -121,11 +121,20 @@ TEST_F(PictureFolderTest, TheNodesOwnFoldersAreReadAsTheyAre) {
   EXPECT_EQ(NextFrame(), 22);
 }
 
-TEST_F(PictureFolderTest, ADistanceWithAFractionTakesTheDistanceChecksPictures) {
-  Picture("left/3560.bmp", 21);
-  Picture("right/3560.bmp", 22);
-  Picture("pic/dis_left.bmp", 51);
-  Picture("pic/dis_right.bmp", 52);
+// A folder a round wrote: its pictures at 35 cm (delt 60), left 21 and
+// right 22, and its distance check's, left 51 and right 52.
+class RoundFolderTest : public PictureFolderTest {
+ protected:
+  void RoundFolder() {
+    Picture("left/3560.bmp", 21);
+    Picture("right/3560.bmp", 22);
+    Picture("pic/dis_left.bmp", 51);
+    Picture("pic/dis_right.bmp", 52);
+  }
+};
+
+TEST_F(RoundFolderTest, ADistanceWithAFractionTakesTheDistanceChecksPictures) {
+  RoundFolder();
   Configure(Settings(R"(, "distance": 27.5)"));
   ASSERT_TRUE(Open());
   EXPECT_EQ(NextFrame(), 51);
@@ -135,13 +144,10 @@ TEST_F(PictureFolderTest, ADistanceWithAFractionTakesTheDistanceChecksPictures) 
   EXPECT_EQ(NextFrame(), 22);
 }
 
-TEST_F(PictureFolderTest, AWholeDistanceWithoutNumberedPicturesIsAHoleInTheFolder) {
+TEST_F(RoundFolderTest, AWholeDistanceWithoutNumberedPicturesIsAHoleInTheFolder) {
   // The distance check's pictures do not stand in for a missing numbered
   // one: the folder lacks a picture of the round, and the message says which.
-  Picture("left/3560.bmp", 21);
-  Picture("right/3560.bmp", 22);
-  Picture("pic/dis_left.bmp", 51);
-  Picture("pic/dis_right.bmp", 52);
+  RoundFolder();
   Configure(Settings(R"(, "distance": 20)"));
   ASSERT_TRUE(Open());
   EXPECT_EQ(NextFrame(), -1);
