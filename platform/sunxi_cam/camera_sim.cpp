@@ -1,6 +1,7 @@
 // Camera simulator: the host implementation of SunxiCam.
 #include "platform/sunxi_cam/camera_sim.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstring>
@@ -28,7 +29,9 @@ int Op(Operation op) { return static_cast<int>(op); }
 
 // One frame buffer of the camera.
 struct Buffer {
-  std::vector<uint8_t> pixels = std::vector<uint8_t>(kFrameBytes, 0);
+  Buffer() : pixels(kFrameBytes, 128) { std::fill_n(pixels.begin(), kLumaBytes, 0); }
+  // NV21: frames write the luminance plane; the VU plane stays neutral.
+  std::vector<uint8_t> pixels;
   bool out = false;       // taken and not handed back
   bool reported = false;  // already reported as a leak
   int64_t index = 0;      // the frame it holds
@@ -62,6 +65,35 @@ Camera& TheCamera() {
 
 void ClearCache() {
   for (auto& frame : TheCamera().cache) frame.clear();
+}
+
+// The luminance planes rendered last, by the laser field's low four bits,
+// with the scene and brightness factor they were rendered for. Unlike the
+// camera's cache they outlive Reset(), so a program that resets the
+// simulator between runs of the same scene renders each picture once.
+struct Rendered {
+  bool valid = false;
+  Scene scene;
+  double scale = 0;
+  std::vector<uint8_t> luma;
+};
+
+// Writes the scene's luminance plane for `lasers` at brightness `scale` to
+// `out`, rendering it only when the last rendering for `lasers` was of
+// another scene or brightness.
+void RenderOrRecall(const Scene& scene, unsigned lasers, double scale, uint8_t* out) {
+  static std::array<Rendered, 16> rendered;
+  Rendered& last = rendered[lasers & 15u];
+  if (!last.valid || !SameScene(last.scene, scene) ||
+      std::memcmp(&last.scale, &scale, sizeof scale) != 0) {
+    last.valid = false;
+    last.luma.resize(kLumaBytes);
+    RenderLuminance(scene, lasers, scale, last.luma.data());
+    last.scene = scene;
+    last.scale = scale;
+    last.valid = true;
+  }
+  std::memcpy(out, last.luma.data(), kLumaBytes);
 }
 
 // Decides whether this call of `op` fails on purpose, and counts it.
@@ -115,7 +147,7 @@ const std::vector<uint8_t>& Frame(uint64_t laser) {
   }
   const double scale = BrightnessScale();
   if (image.empty()) {
-    RenderLuminance(cam.settings.scene, lasers, scale, frame.data());
+    RenderOrRecall(cam.settings.scene, lasers, scale, frame.data());
   } else if (scale == 1.0) {
     std::memcpy(frame.data(), image.data, kLumaBytes);
   } else {
@@ -383,7 +415,8 @@ bool SunxiCam::GetImageFrame(ImageFrame* frame) {
   const int64_t index = cam.next_index++;
   const std::vector<uint64_t>& pattern = cam.settings.laser_pattern;
   const uint64_t laser = pattern[static_cast<std::size_t>(index) % pattern.size()];
-  std::memcpy(buffer->pixels.data(), sim::Frame(laser).data(), sim::kFrameBytes);
+  // Every frame's VU plane is the neutral one the buffer was made with.
+  std::memcpy(buffer->pixels.data(), sim::Frame(laser).data(), sim::kLumaBytes);
   buffer->out = true;
   buffer->reported = false;
   buffer->index = index;

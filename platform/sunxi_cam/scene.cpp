@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <stdexcept>
+#include <type_traits>
 
 namespace sunxi_cam::sim {
 namespace {
@@ -203,6 +205,51 @@ void ValidateScene(const Scene& scene) {
   Check(scene.gap_from <= scene.gap_to, "scene.gap_rows", "[from, to] with from <= to");
   Check(scene.reference_exposure > 0, "scene.reference_exposure", "greater than 0");
   Check(scene.reference_gain > 0, "scene.reference_gain", "greater than 0");
+}
+
+namespace {
+
+// Bit-for-bit equality, which NaN and -0 cannot fool.
+template <typename T>
+bool Same(const T& a, const T& b) {
+  static_assert(std::is_arithmetic_v<T>, "members are numbers and flags");
+  return std::memcmp(&a, &b, sizeof(T)) == 0;
+}
+
+bool SameCamera(const CameraModel& a, const CameraModel& b) {
+  return Same(a.fx, b.fx) && Same(a.fy, b.fy) && Same(a.cx, b.cx) && Same(a.cy, b.cy) &&
+         Same(a.height, b.height) && Same(a.pitch, b.pitch);
+}
+
+bool SameLaser(const LaserModel& a, const LaserModel& b) {
+  return Same(a.x, b.x) && Same(a.y, b.y) && Same(a.z, b.z) && Same(a.yaw, b.yaw) &&
+         Same(a.roll, b.roll) && Same(a.on, b.on);
+}
+
+}  // namespace
+
+bool SameScene(const Scene& a, const Scene& b) {
+  // A member added to the scene must be compared here too; the sizes below
+  // are the members counted when this was written.
+  static_assert(sizeof(Scene) == 248, "compare every scene member");
+  static_assert(sizeof(CameraModel) == 6 * sizeof(double), "compare every camera member");
+  static_assert(sizeof(LaserModel) == 6 * sizeof(double), "compare every laser member");
+  static_assert(sizeof(StripeLook) == 3 * sizeof(double), "compare every stripe member");
+  static_assert(sizeof(Background) == 3 * sizeof(double) + sizeof(uint64_t),
+                "compare every background member");
+  const StripeLook& sa = a.stripe;
+  const StripeLook& sb = b.stripe;
+  const Background& ba = a.background;
+  const Background& bb = b.background;
+  return SameCamera(a.camera, b.camera) && SameLaser(a.left, b.left) &&
+         SameLaser(a.right, b.right) && Same(sa.peak, sb.peak) && Same(sa.core, sb.core) &&
+         Same(sa.edge, sb.edge) && Same(ba.level, bb.level) && Same(ba.noise, bb.noise) &&
+         Same(ba.ambient, bb.ambient) && Same(ba.seed, bb.seed) && Same(a.distance, b.distance) &&
+         Same(a.wall, b.wall) && Same(a.wall_height, b.wall_height) &&
+         Same(a.second_stripe, b.second_stripe) && Same(a.gap_from, b.gap_from) &&
+         Same(a.gap_to, b.gap_to) && Same(a.exposure_scaling, b.exposure_scaling) &&
+         Same(a.reference_exposure, b.reference_exposure) &&
+         Same(a.reference_gain, b.reference_gain);
 }
 
 void RenderLuminance(const Scene& scene, unsigned lasers, double scale, uint8_t* out) {

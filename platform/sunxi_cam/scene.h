@@ -27,6 +27,10 @@ std::vector<Segment2> StripeSegments(const Scene& scene, const LaserModel& laser
 // ("camera sim: scene.camera.fx must be greater than 0").
 void ValidateScene(const Scene& scene);
 
+// True when the two scenes hold the same value in every member, bit for bit
+// for numbers (so 0 and -0 differ): they draw the same pictures.
+bool SameScene(const Scene& a, const Scene& b);
+
 // Draws the luminance plane (kWidth x kHeight bytes) for a frame whose laser
 // field has the low bits `lasers` (bit 0 left, bit 3 right), with brightness
 // factor `scale`.

@@ -13,8 +13,10 @@
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "platform/sunxi_cam/scene.h"
 #include "platform/sunxi_cam/sunxi_cam.h"
 #include "tests/support/camera_log.h"
 #include "tests/support/node_harness.h"
@@ -660,6 +662,96 @@ TEST_F(CameraSimTest, ThePictureIsRenderedOncePerSceneChange) {
   EXPECT_EQ(sim::Luminance(1), first);
   sim::SetDistance(20);
   EXPECT_NE(Plane(1), copy);
+}
+
+// One change to each member of the scene, each to a value the scene accepts.
+std::vector<std::pair<const char*, void (*)(sim::Scene*)>> OneChangeEach() {
+  return {
+      {"camera.fx", [](sim::Scene* s) { s->camera.fx = 451; }},
+      {"camera.fy", [](sim::Scene* s) { s->camera.fy = 449; }},
+      {"camera.cx", [](sim::Scene* s) { s->camera.cx = 300; }},
+      {"camera.cy", [](sim::Scene* s) { s->camera.cy = 250; }},
+      {"camera.height", [](sim::Scene* s) { s->camera.height = 6; }},
+      {"camera.pitch", [](sim::Scene* s) { s->camera.pitch = 12; }},
+      {"left.x", [](sim::Scene* s) { s->left.x = 1; }},
+      {"left.y", [](sim::Scene* s) { s->left.y = 3; }},
+      {"left.z", [](sim::Scene* s) { s->left.z = 3; }},
+      {"left.yaw", [](sim::Scene* s) { s->left.yaw = -3; }},
+      {"left.roll", [](sim::Scene* s) { s->left.roll = 2; }},
+      {"left.on", [](sim::Scene* s) { s->left.on = false; }},
+      {"right.x", [](sim::Scene* s) { s->right.x = 1; }},
+      {"right.y", [](sim::Scene* s) { s->right.y = -3; }},
+      {"right.z", [](sim::Scene* s) { s->right.z = 3; }},
+      {"right.yaw", [](sim::Scene* s) { s->right.yaw = 3; }},
+      {"right.roll", [](sim::Scene* s) { s->right.roll = 2; }},
+      {"right.on", [](sim::Scene* s) { s->right.on = false; }},
+      {"stripe.peak", [](sim::Scene* s) { s->stripe.peak = 200; }},
+      {"stripe.core", [](sim::Scene* s) { s->stripe.core = 3; }},
+      {"stripe.edge", [](sim::Scene* s) { s->stripe.edge = 2; }},
+      {"background.level", [](sim::Scene* s) { s->background.level = 7; }},
+      {"background.noise", [](sim::Scene* s) { s->background.noise = 3; }},
+      {"background.ambient", [](sim::Scene* s) { s->background.ambient = 1; }},
+      {"background.seed", [](sim::Scene* s) { s->background.seed = 2; }},
+      {"distance", [](sim::Scene* s) { s->distance = 25; }},
+      {"wall", [](sim::Scene* s) { s->wall = false; }},
+      {"wall_height", [](sim::Scene* s) { s->wall_height = 20; }},
+      {"second_stripe", [](sim::Scene* s) { s->second_stripe = 40; }},
+      {"gap_from", [](sim::Scene* s) { s->gap_from = -5; }},
+      {"gap_to", [](sim::Scene* s) { s->gap_to = 300; }},
+      {"exposure_scaling", [](sim::Scene* s) { s->exposure_scaling = true; }},
+      {"reference_exposure", [](sim::Scene* s) { s->reference_exposure = 1000; }},
+      {"reference_gain", [](sim::Scene* s) { s->reference_gain = 16; }},
+  };
+}
+
+TEST_F(CameraSimTest, ScenesAreTheSameOnlyWhenEveryMemberIs) {
+  const sim::Scene base;
+  EXPECT_TRUE(sim::SameScene(base, sim::Scene()));
+  for (const auto& [member, change] : OneChangeEach()) {
+    sim::Scene other = base;
+    change(&other);
+    EXPECT_FALSE(sim::SameScene(base, other)) << member;
+    EXPECT_FALSE(sim::SameScene(other, base)) << member;
+    EXPECT_TRUE(sim::SameScene(other, other)) << member;
+  }
+  // Numbers compare bit for bit.
+  sim::Scene zero = base, minus_zero = base;
+  zero.left.roll = 0.0;
+  minus_zero.left.roll = -0.0;
+  EXPECT_FALSE(sim::SameScene(zero, minus_zero));
+  sim::Scene nan = base;
+  nan.camera.cx = std::nan("");
+  EXPECT_TRUE(sim::SameScene(nan, nan));
+}
+
+TEST_F(CameraSimTest, RenderingsOutliveResetOnlyForTheSameScene) {
+  for (const auto& [member, change] : OneChangeEach()) {
+    sim::Reset();
+    const std::vector<uint8_t> before_left = Plane(1), before_both = Plane(9);
+    sim::Reset();
+    sim::Scene scene = sim::GetScene();
+    change(&scene);
+    sim::SetScene(scene);
+    for (unsigned lasers : {1u, 9u}) {
+      std::vector<uint8_t> fresh(640 * 480);
+      sim::RenderLuminance(scene, lasers, 1.0, fresh.data());
+      EXPECT_EQ(Plane(lasers), fresh) << member << ", lasers " << lasers;
+    }
+    sim::Reset();
+    EXPECT_EQ(Plane(1), before_left) << member;
+    EXPECT_EQ(Plane(9), before_both) << member;
+  }
+}
+
+TEST_F(CameraSimTest, EveryBufferKeepsANeutralVuPlane) {
+  ASSERT_TRUE(Open());
+  for (int i = 0; i < 12; ++i) {
+    ImageFrame frame;
+    ASSERT_TRUE(camera_.GetImageFrame(&frame));
+    EXPECT_EQ(std::memcmp(frame.data, sim::Luminance(frame.laser), 640 * 480), 0) << i;
+    for (int at = 640 * 480; at < sim::kFrameBytes; at += 331) ASSERT_EQ(frame.data[at], 128);
+    ASSERT_TRUE(camera_.ReturnImageFrame(&frame));
+  }
 }
 
 TEST_F(CameraSimTest, SecondStripeGivesTwoStripesInARow) {
