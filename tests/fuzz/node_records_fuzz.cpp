@@ -14,8 +14,10 @@
 //   6 "LASERPOWER"            kiv_laserpower_msg
 //       the record's bytes follow (sizeof the record; zeros where the input
 //       ends first) and it is delivered as another node would publish it;
-//   7   one byte N follows: the next N x 4 timer callbacks run (the 10 ms
-//       frame timer among them), at most 3000 an input in all.
+//   7   one byte N follows: the next N timer callbacks run (the 10 ms
+//       frame timer among them), at most 3000 an input in all. A capture
+//       stores its pictures some 80 frames after the camera opens, so one
+//       chunk can complete it, and a whole factory round fits in an input.
 // The JSON command topic has a target of its own (node_commands_fuzz). The
 // node must take every record without throwing, crashing or a sanitizer
 // report.
@@ -96,7 +98,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
           node.Send(kLaserPower, input.Record<kiv_laserpower_msg>());
           break;
         default: {
-          const int64_t count = std::min<int64_t>(input.Byte() * 4, ticks_left);
+          const int64_t count = std::min<int64_t>(input.Byte(), ticks_left);
           ticks_left -= count;
           node.host().Loop().RunTicks(count);
           break;

@@ -108,7 +108,7 @@ def u16(value):
 
 
 def ticks(n):
-    return bytes((7, n // 4))
+    return bytes((7, n))
 
 
 def make_records():
