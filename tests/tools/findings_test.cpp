@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "src/stripecut.h"
+#include "tests/support/csv_fields.h"
 #include "tests/support/stripe_pictures.h"
 
 namespace {
@@ -33,19 +34,6 @@ std::vector<std::string> Keys(const std::string& json_line) {
   std::vector<std::string> keys;
   for (const auto& member : json.GetObject()) keys.push_back(member.name.GetString());
   return keys;
-}
-
-// A CSV line split at its commas (for rows without quoted fields).
-std::vector<std::string> Fields(std::string line) {
-  std::vector<std::string> fields;
-  if (!line.empty() && line.back() == '\n') line.pop_back();
-  std::size_t start = 0;
-  for (;;) {
-    const std::size_t comma = line.find(',', start);
-    fields.push_back(line.substr(start, comma - start));
-    if (comma == std::string::npos) return fields;
-    start = comma + 1;
-  }
 }
 
 TEST(InspectionTest, ACutPictureIsDescribedWithTheNodesFileName) {
@@ -109,14 +97,14 @@ TEST(InspectionTest, JsonLinesHaveTheSameKeysWhetherThePictureWasReadOrNot) {
 }
 
 TEST(InspectionTest, CsvRowsHaveTheHeadersColumnsAndQuoteWhatNeedsIt) {
-  const std::vector<std::string> header = Fields(stripetool::CsvHeader());
+  const std::vector<std::string> header = testsupport::CsvFields(stripetool::CsvHeader());
   ASSERT_EQ(header.size(), 20u);
   EXPECT_EQ(header[0], "image");
   EXPECT_EQ(header[19], "file");
 
   const Inspection two =
       Inspect(testsupport::Mirrored(testsupport::TwoStripePicture()), "right/two.png", kRight);
-  const std::vector<std::string> row = Fields(stripetool::CsvRow(two));
+  const std::vector<std::string> row = testsupport::CsvFields(stripetool::CsvRow(two));
   ASSERT_EQ(row.size(), header.size());
   const auto column = [&](const std::string& name) {
     for (std::size_t i = 0; i < header.size(); ++i) {

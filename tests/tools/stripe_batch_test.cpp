@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "src/stripecut.h"
+#include "tests/support/csv_fields.h"
 #include "tests/support/program_run.h"
 #include "tests/support/stripe_pictures.h"
 #include "tools/stripe_tool/overlay.h"
@@ -37,18 +38,6 @@ std::string Words(const cv::Mat& picture, int mode) {
   kivplugcali::StripeCut cut;
   kivplugcali::CutStripe(picture, mode, &cut);
   return stripeinspect::DescribeCut(cut);
-}
-
-// A CSV line split at its commas (the test's rows quote nothing).
-std::vector<std::string> Fields(const std::string& line) {
-  std::vector<std::string> fields;
-  std::size_t start = 0;
-  for (;;) {
-    const std::size_t comma = line.find(',', start);
-    fields.push_back(line.substr(start, comma - start));
-    if (comma == std::string::npos) return fields;
-    start = comma + 1;
-  }
 }
 
 class StripeBatchTest : public ::testing::Test {
@@ -172,7 +161,7 @@ TEST_F(StripeBatchTest, CsvHasAHeaderAndARowPerPicture) {
   EXPECT_EQ(run.err, std::vector<std::string>{"stripe-inspect: 2 of 6 pictures could not be read"});
   const std::vector<std::string> lines = Lines(run.out);
   ASSERT_EQ(lines.size(), 7u) << run.out;
-  const std::vector<std::string> header = Fields(lines[0]);
+  const std::vector<std::string> header = testsupport::CsvFields(lines[0]);
   ASSERT_EQ(header.size(), 20u);
   EXPECT_EQ(header[0], "image");
   EXPECT_EQ(header[1], "side");
@@ -191,18 +180,18 @@ TEST_F(StripeBatchTest, CsvHasAHeaderAndARowPerPicture) {
   };
   for (std::size_t i = 0; i < 6; ++i) {
     SCOPED_TRACE(lines[i + 1]);
-    const std::vector<std::string> row = Fields(lines[i + 1]);
+    const std::vector<std::string> row = testsupport::CsvFields(lines[i + 1]);
     ASSERT_EQ(row.size(), header.size());
     EXPECT_EQ(row[0], expected[i].image);
     EXPECT_EQ(row[1], expected[i].side);
     EXPECT_EQ(row[5], expected[i].result);
     EXPECT_EQ(row[6], expected[i].outcome);
   }
-  EXPECT_EQ(Fields(lines[6])[7],
+  EXPECT_EQ(testsupport::CsvFields(lines[6])[7],
             "'session/right/damaged.bmp' is not a BMP or PNG picture; the stripe cut needs 640 x "
             "480 with one 8-bit channel");
-  EXPECT_EQ(Fields(lines[1]).back(), "/tmp/left/2000.bmp");
-  EXPECT_EQ(Fields(lines[4]).back(), "/tmp/right/2000.bmp");
+  EXPECT_EQ(testsupport::CsvFields(lines[1]).back(), "/tmp/left/2000.bmp");
+  EXPECT_EQ(testsupport::CsvFields(lines[4]).back(), "/tmp/right/2000.bmp");
 }
 
 TEST_F(StripeBatchTest, JsonIsOneObjectPerPictureAsForOnePicture) {
@@ -264,11 +253,11 @@ TEST_F(StripeBatchTest, FilesAndFoldersKeepTheirOrderOnTheCommandLine) {
   const ProgramRun run = Inspect("--csv session/right/500.bmp session/left session/left/500.bmp");
   const std::vector<std::string> lines = Lines(run.out);
   ASSERT_EQ(lines.size(), 6u) << run.out;
-  EXPECT_EQ(Fields(lines[1])[0], "session/right/500.bmp");
-  EXPECT_EQ(Fields(lines[2])[0], "session/left/500.bmp");
-  EXPECT_EQ(Fields(lines[3])[0], "session/left/1000.bmp");
-  EXPECT_EQ(Fields(lines[4])[0], "session/left/1500.png");
-  EXPECT_EQ(Fields(lines[5])[0], "session/left/500.bmp");
+  EXPECT_EQ(testsupport::CsvFields(lines[1])[0], "session/right/500.bmp");
+  EXPECT_EQ(testsupport::CsvFields(lines[2])[0], "session/left/500.bmp");
+  EXPECT_EQ(testsupport::CsvFields(lines[3])[0], "session/left/1000.bmp");
+  EXPECT_EQ(testsupport::CsvFields(lines[4])[0], "session/left/1500.png");
+  EXPECT_EQ(testsupport::CsvFields(lines[5])[0], "session/left/500.bmp");
 }
 
 TEST_F(StripeBatchTest, SideGivenAppliesToEveryPicture) {
@@ -277,9 +266,9 @@ TEST_F(StripeBatchTest, SideGivenAppliesToEveryPicture) {
   EXPECT_EQ(run.status, 0);
   const std::vector<std::string> lines = Lines(run.out);
   ASSERT_EQ(lines.size(), 3u) << run.out;
-  EXPECT_EQ(Fields(lines[1])[1], "left");
-  EXPECT_EQ(Fields(lines[1])[2], "1");
-  EXPECT_EQ(Fields(lines[2])[1], "left");
+  EXPECT_EQ(testsupport::CsvFields(lines[1])[1], "left");
+  EXPECT_EQ(testsupport::CsvFields(lines[1])[2], "1");
+  EXPECT_EQ(testsupport::CsvFields(lines[2])[1], "left");
 }
 
 TEST_F(StripeBatchTest, AFolderWithoutPicturesIsReported) {
