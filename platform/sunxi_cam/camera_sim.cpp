@@ -27,6 +27,8 @@ constexpr std::size_t kLumaBytes = static_cast<std::size_t>(kWidth) * kHeight;
 int Slot(ImageSlot slot) { return static_cast<int>(slot); }
 int Op(Operation op) { return static_cast<int>(op); }
 
+constexpr int kMaxBuffers = 64;  // a session's frame buffers at most
+
 // One frame buffer of the camera.
 struct Buffer {
   Buffer() : pixels(kFrameBytes, 128) { std::fill_n(pixels.begin(), kLumaBytes, 0); }
@@ -35,6 +37,10 @@ struct Buffer {
   bool out = false;       // taken and not handed back
   bool reported = false;  // already reported as a leak
   int64_t index = 0;      // the frame it holds
+  // The cached frame (by its generation) whose luminance the buffer holds;
+  // 0: none. A frame the buffer already holds is not copied again: programs
+  // only read the frames they get.
+  uint64_t holds = 0;
 };
 
 struct FaultState {
@@ -56,11 +62,49 @@ struct Camera {
   // Rendered frames (full NV21) by the laser field's low four bits; empty
   // until first needed.
   std::array<std::vector<uint8_t>, 16> cache;
+  // Each cached frame's generation: a number no other frame this process
+  // cached had, so a buffer's `holds` cannot match a frame cached after it.
+  std::array<uint64_t, 16> cache_generation{};
 };
 
 Camera& TheCamera() {
   static Camera camera;
   return camera;
+}
+
+// Frame buffers of sessions that ended, kept for the next session: making a
+// buffer's 460,800 bytes costs more than most sessions' frames. A kept
+// buffer still holds the frame its `holds` names.
+std::vector<Buffer>& SpareBuffers() {
+  static std::vector<Buffer> spare;
+  return spare;
+}
+
+// Gives `cam`'s buffers back to the spares; the camera has none afterwards.
+void ReleaseBuffers(Camera& cam) {
+  std::vector<Buffer>& spare = SpareBuffers();
+  for (Buffer& b : cam.buffers) {
+    if (spare.size() < static_cast<std::size_t>(kMaxBuffers)) spare.push_back(std::move(b));
+  }
+  cam.buffers.clear();
+}
+
+// Gives `cam` `count` buffers, none of them out, spares first.
+void MakeBuffers(Camera& cam, int count) {
+  std::vector<Buffer>& spare = SpareBuffers();
+  ReleaseBuffers(cam);
+  for (int i = 0; i < count; ++i) {
+    if (spare.empty()) {
+      cam.buffers.emplace_back();
+      continue;
+    }
+    Buffer b = std::move(spare.back());
+    spare.pop_back();
+    b.out = false;
+    b.reported = false;
+    b.index = 0;
+    cam.buffers.push_back(std::move(b));
+  }
 }
 
 void ClearCache() {
@@ -134,6 +178,8 @@ const std::vector<uint8_t>& Frame(uint64_t laser) {
   const unsigned lasers = static_cast<unsigned>(laser & 15u);
   std::vector<uint8_t>& frame = cam.cache[lasers];
   if (!frame.empty()) return frame;
+  static uint64_t generations = 0;
+  cam.cache_generation[lasers] = ++generations;
   frame.assign(kFrameBytes, 128);  // neutral colour in the VU plane
   const ImageSlot slot = lasers == 1   ? ImageSlot::kLeft
                          : lasers == 8 ? ImageSlot::kRight
@@ -208,6 +254,7 @@ const char* OperationName(Operation op) {
 
 void Reset() {
   Camera& cam = TheCamera();
+  ReleaseBuffers(cam);
   cam = Camera();
 }
 
@@ -282,7 +329,7 @@ void SetFault(Operation op, Fault fault) {
 }
 
 void SetBufferCount(int count) {
-  if (count < 1 || count > 64) {
+  if (count < 1 || count > kMaxBuffers) {
     throw std::invalid_argument("camera sim: buffers must be between 1 and 64");
   }
   TheCamera().settings.buffers = count;
@@ -354,7 +401,7 @@ bool SunxiCam::OpenCamera(int camera, uint32_t pixel_format, int fps, int width,
     cam.open = true;
     cam.fps = fps;
     cam.next_index = 0;
-    cam.buffers.assign(static_cast<std::size_t>(cam.settings.buffers), sim::Buffer());
+    sim::MakeBuffers(cam, cam.settings.buffers);
     cam.next_buffer = 0;
     ++cam.status.open_count;
     cam.status.frames = 0;
@@ -376,7 +423,7 @@ bool SunxiCam::CloseCamera() {
   if (ok) {
     sim::ReportLeaks();  // frames still out are lost with the session
     cam.open = false;
-    cam.buffers.clear();
+    sim::ReleaseBuffers(cam);
   }
   if (cam.observer) cam.observer->OnCloseCamera(ok, reason);
   return ok;
@@ -416,7 +463,12 @@ bool SunxiCam::GetImageFrame(ImageFrame* frame) {
   const std::vector<uint64_t>& pattern = cam.settings.laser_pattern;
   const uint64_t laser = pattern[static_cast<std::size_t>(index) % pattern.size()];
   // Every frame's VU plane is the neutral one the buffer was made with.
-  std::memcpy(buffer->pixels.data(), sim::Frame(laser).data(), sim::kLumaBytes);
+  const std::vector<uint8_t>& picture = sim::Frame(laser);
+  const uint64_t generation = cam.cache_generation[laser & 15u];
+  if (buffer->holds != generation) {
+    std::memcpy(buffer->pixels.data(), picture.data(), sim::kLumaBytes);
+    buffer->holds = generation;
+  }
   buffer->out = true;
   buffer->reported = false;
   buffer->index = index;

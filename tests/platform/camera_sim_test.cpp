@@ -754,6 +754,61 @@ TEST_F(CameraSimTest, EveryBufferKeepsANeutralVuPlane) {
   }
 }
 
+// Takes a frame, checks that its pixels are the picture of its laser field
+// as the simulator renders it now, and hands it back.
+void ExpectFrameShowsItsPicture(SunxiCam& camera, const std::string& when) {
+  ImageFrame frame;
+  ASSERT_TRUE(camera.GetImageFrame(&frame)) << when;
+  EXPECT_EQ(std::memcmp(frame.data, sim::Luminance(frame.laser), 640 * 480), 0)
+      << when << ", laser " << frame.laser;
+  for (int at = 640 * 480; at < sim::kFrameBytes; at += 331) ASSERT_EQ(frame.data[at], 128);
+  ASSERT_TRUE(camera.ReturnImageFrame(&frame)) << when;
+}
+
+TEST_F(CameraSimTest, ABufferTakesEachNewPictureOfItsLaser) {
+  // One buffer, so every frame reuses it.
+  sim::SetBufferCount(1);
+  sim::SetLaserPattern({1, 8, 8, 9, 1});
+  sim::Scene scene = sim::GetScene();
+  scene.exposure_scaling = true;
+  sim::SetScene(scene);
+  ASSERT_TRUE(Open());
+  for (int i = 0; i < 6; ++i) ExpectFrameShowsItsPicture(camera_, "frame " + std::to_string(i));
+  // Another brightness, then another scene, with the same buffer and laser.
+  ASSERT_TRUE(camera_.setExposureGain(950, 32));
+  ExpectFrameShowsItsPicture(camera_, "after the exposure changed");
+  scene.distance += 5;
+  sim::SetScene(scene);
+  ExpectFrameShowsItsPicture(camera_, "after the scene changed");
+}
+
+TEST_F(CameraSimTest, BuffersOfAnEndedSessionShowTheNextSessionsPictures) {
+  sim::SetBufferCount(4);
+  ASSERT_TRUE(Open());
+  for (int i = 0; i < 8; ++i) ExpectFrameShowsItsPicture(camera_, "first session");
+  ASSERT_TRUE(camera_.CloseCamera());
+  // Fewer buffers, and a frame left out when the session ends.
+  sim::SetBufferCount(2);
+  sim::SetDistance(sim::GetScene().distance + 10);
+  ASSERT_TRUE(Open());
+  ImageFrame kept;
+  ASSERT_TRUE(camera_.GetImageFrame(&kept));
+  for (int i = 0; i < 3; ++i) ExpectFrameShowsItsPicture(camera_, "second session");
+  ASSERT_TRUE(camera_.CloseCamera());
+  // More buffers than before, after a reset to another scene: none is out.
+  sim::Reset();
+  sim::SetBufferCount(6);
+  sim::SetDistance(sim::GetScene().distance + 20);
+  ASSERT_TRUE(Open());
+  std::vector<ImageFrame> frames(6);
+  for (ImageFrame& frame : frames) {
+    ASSERT_TRUE(camera_.GetImageFrame(&frame));
+    EXPECT_EQ(std::memcmp(frame.data, sim::Luminance(frame.laser), 640 * 480), 0);
+  }
+  EXPECT_EQ(sim::GetStatus().frames_out, 6);
+  for (ImageFrame& frame : frames) ASSERT_TRUE(camera_.ReturnImageFrame(&frame));
+}
+
 TEST_F(CameraSimTest, SecondStripeGivesTwoStripesInARow) {
   sim::Scene scene = sim::GetScene();
   scene.second_stripe = 40;
