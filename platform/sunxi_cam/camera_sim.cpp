@@ -10,6 +10,7 @@
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <stdexcept>
+#include <utility>
 
 #include "platform/sunxi_cam/picture_file.h"
 #include "platform/sunxi_cam/scene.h"
