@@ -32,15 +32,21 @@ std::string Padded(const std::string& text, std::size_t width) {
   return text.size() >= width ? text : text + std::string(width - text.size(), ' ');
 }
 
-}  // namespace
-
-Inspection Describe(const StripeCut& cut, const std::string& image, int mode, uint16_t distance,
-                    uint16_t delt, const std::string& node_folder) {
+// An inspection of `image` with what is known before it is read.
+Inspection Begun(const std::string& image, int mode, uint16_t distance, uint16_t delt) {
   Inspection inspection;
   inspection.image = image;
   inspection.mode = mode;
   inspection.distance = distance;
   inspection.delt = delt;
+  return inspection;
+}
+
+}  // namespace
+
+Inspection Describe(const StripeCut& cut, const std::string& image, int mode, uint16_t distance,
+                    uint16_t delt, const std::string& node_folder) {
+  Inspection inspection = Begun(image, mode, distance, delt);
   inspection.read = true;
   inspection.result = cut.result;
   if (cut.stop != StripeCutStop::kTwoStripes) {
@@ -89,11 +95,7 @@ Inspection Describe(const StripeCut& cut, const std::string& image, int mode, ui
 
 Inspection Unreadable(const std::string& image, int mode, uint16_t distance, uint16_t delt,
                       const std::string& error) {
-  Inspection inspection;
-  inspection.image = image;
-  inspection.mode = mode;
-  inspection.distance = distance;
-  inspection.delt = delt;
+  Inspection inspection = Begun(image, mode, distance, delt);
   inspection.error = error;
   return inspection;
 }
