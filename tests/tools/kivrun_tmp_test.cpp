@@ -2,19 +2,15 @@
 // unless --machine-tmp lets it write the machine's; where no private /tmp can
 // be had kivrun refuses (exit code 6), saying why and naming --machine-tmp.
 //
-// The test binary runs in a private /tmp of its own (its main), which stands
-// for "the machine's /tmp" here: a picture the node writes there was written
-// into the machine's. The round played captures one distance, 30 cm, and
-// writes /tmp/left/3000.bmp and /tmp/right/3000.bmp.
+// The test's own /tmp stands for the machine's (node_tmp_fixture.h). The
+// round played captures one distance, 30 cm, and writes /tmp/left/3000.bmp
+// and /tmp/right/3000.bmp.
 #include <gtest/gtest.h>
-#include <stdlib.h>
-#include <sys/wait.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <string>
 
-#include "tests/support/program_run.h"
+#include "tests/support/node_tmp_fixture.h"
 
 namespace {
 
@@ -22,39 +18,11 @@ namespace fs = std::filesystem;
 
 const char kRound[] = LASERCALI_SOURCE_DIR "/tests/scenarios/request_factory_capture.json";
 const char kWithoutNamespaces[] = LASERCALI_SOURCE_DIR "/tests/support/without_namespaces.sh";
-const char kRefusalEnd[] =
-    "; give --machine-tmp to let the node write into the machine's /tmp, over the pictures there";
-
-class KivrunTmpTest : public ::testing::Test {
+class KivrunTmpTest : public testsupport::NodeTmpFixture {
  protected:
-  void SetUp() override {
-    ClearPictures();
-    char pattern[] = "/tmp/kivrun_tmp_test.XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    dir_ = pattern;
-  }
-  void TearDown() override {
-    ClearPictures();
-    if (!dir_.empty()) fs::remove_all(dir_);
-  }
-  static void ClearPictures() {
-    for (const char* place :
-         {"/tmp/left", "/tmp/right", "/tmp/pic", "/tmp/LL.bmp", "/tmp/RR.bmp"}) {
-      fs::remove_all(place);
-    }
-  }
-
-  // Runs `prefix` kivrun `args` from the test folder.
+  // Runs `prefix` kivrun `args` from the scratch folder.
   testsupport::ProgramRun Kivrun(const std::string& args, const std::string& prefix = "") {
-    const fs::path out = dir_ / "out.txt", err = dir_ / "err.txt";
-    const std::string command = "cd '" + dir_.string() + "' && " + prefix + KIVRUN + " " + args +
-                                " >'" + out.string() + "' 2>'" + err.string() + "'";
-    const int raw = std::system(command.c_str());
-    testsupport::ProgramRun run;
-    run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    run.out = testsupport::ReadFile(out);
-    run.err = testsupport::Lines(testsupport::ReadFile(err));
-    return run;
+    return Run(prefix + KIVRUN + " " + args);
   }
   // The same where no private /tmp can be had; false when that cannot be
   // arranged here (the caller skips).
@@ -66,8 +34,6 @@ class KivrunTmpTest : public ::testing::Test {
   static bool MachineHasThePictures() {
     return fs::exists("/tmp/left/3000.bmp") && fs::exists("/tmp/right/3000.bmp");
   }
-
-  fs::path dir_;
 };
 
 TEST_F(KivrunTmpTest, TheNodeWritesIntoAPrivateTmpByDefault) {
@@ -93,13 +59,7 @@ TEST_F(KivrunTmpTest, WithoutAPrivateTmpItRefusesAndNamesTheOption) {
   if (!KivrunWithoutNamespaces("--log round.jsonl " + std::string(kRound), &run)) {
     GTEST_SKIP() << "namespaces cannot be forbidden here";
   }
-  EXPECT_EQ(run.status, 6);
-  ASSERT_EQ(run.err.size(), 1u);
-  EXPECT_EQ(run.err[0].rfind("kivrun: no private /tmp for the node (unshare(", 0), 0u)
-      << run.err[0];
-  const std::string end = kRefusalEnd;
-  ASSERT_GE(run.err[0].size(), end.size());
-  EXPECT_EQ(run.err[0].substr(run.err[0].size() - end.size()), end);
+  ExpectRefused(run, "kivrun");
   EXPECT_FALSE(fs::exists(dir_ / "round.jsonl")) << "nothing ran";
   EXPECT_FALSE(fs::exists("/tmp/left"));
   // --pictures-out asks for a private /tmp too.
