@@ -5,16 +5,22 @@
 // those lines would time the terminal; captured, they would pile up in
 // memory. QuietConsole sends them to a buffer that is overwritten over and
 // over, so formatting them is still paid for, but nothing more.
+//
+// The node writes its pictures under /tmp: a program that builds a BenchNode
+// starts with StartNodeBenchmarks (bench_main.h), which gives it a private
+// /tmp, or BenchNode refuses to build the node (it aborts, saying so).
 #ifndef LASERCALI_BENCH_BENCH_NODE_H_
 #define LASERCALI_BENCH_BENCH_NODE_H_
 
 #include <time.h>
 
+#include <cstdlib>
 #include <iostream>
 #include <memory>
 #include <streambuf>
 
 #include "platform/kiv/host.h"
+#include "platform/sandbox/node_tmp.h"
 #include "platform/sunxi_cam/camera_sim.h"
 #include "src/caligetpic.h"
 #include "tests/support/node_harness.h"
@@ -64,6 +70,12 @@ class QuietConsole {
 class BenchNode {
  public:
   explicit BenchNode(unsigned short distance = 30) {
+    if (!sandbox::NodeTmpChosen()) {
+      std::cerr << "BenchNode: the program did not choose the node's /tmp; start its main with "
+                   "benchsupport::StartNodeBenchmarks (bench/bench_main.h)"
+                << std::endl;
+      std::abort();
+    }
     sunxi_cam::sim::Reset();
     harness_ = std::make_unique<testsupport::NodeHarness>();
     quiet_ = std::make_unique<QuietConsole>();

@@ -13,12 +13,10 @@
 // normal and 0.5 mm of offset for each plane, 0.5 mm for the distance),
 // then the time the calculations take in process.
 //
-// usage: calibration_accuracy [--poses N] [--first K] [--kivrun PATH] [--verbose]
-//   --poses N     how many poses (default 100)
-//   --first K     the first pose's number (default 0); pose K is the same everywhere
-//   --kivrun PATH the kivrun to play the rounds (default: the one built with this program)
-//   --verbose     a line per pose
-// Exit code 0 when every round ran and every error is within the goal.
+// The program enters a /tmp of its own first (platform/sandbox/node_tmp.h),
+// where it keeps its scenarios and logs; each round's kivrun gives the node
+// a further empty one, so every round starts with no pictures. With
+// --machine-tmp both use the machine's /tmp. Usage: kUsage and kHelp below.
 #include <rapidjson/document.h>
 #include <stdlib.h>
 #include <sys/wait.h>
@@ -30,10 +28,13 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "platform/sandbox/node_tmp.h"
+#include "platform/sandbox/private_tmp.h"
 #include "platform/sunxi_cam/camera_sim.h"
 #include "tests/calc/target_pictures.h"
 #include "tools/calc/distance.h"
@@ -107,11 +108,13 @@ struct Round {
   int plane_result = 0, check_result = 0, distance_status = -1;
 };
 
-Round Play(const std::string& kivrun, const calctest::Pose& pose, const fs::path& dir) {
+// `kivrun_tmp` is kivrun's option for the node's /tmp.
+Round Play(const std::string& kivrun, const std::string& kivrun_tmp, const calctest::Pose& pose,
+           const fs::path& dir) {
   Round round;
   const fs::path scenario = dir / "pose.json", log = dir / "log.jsonl", err = dir / "err.txt";
   std::ofstream(scenario) << Scenario(pose);
-  const std::string command = kivrun + " --private-tmp --log '" + log.string() + "' '" +
+  const std::string command = kivrun + " " + kivrun_tmp + " --log '" + log.string() + "' '" +
                               scenario.string() + "' 2>'" + err.string() + "'";
   const auto start = std::chrono::steady_clock::now();
   const int status = std::system(command.c_str());
@@ -219,11 +222,29 @@ void TimeCalculations() {
   sim::Reset();
 }
 
+constexpr char kUsage[] =
+    "usage: calibration_accuracy [--poses N] [--first K] [--kivrun PATH] [--verbose]\n"
+    "                            [--machine-tmp]\n";
+
+constexpr char kHelp[] =
+    "\n"
+    "The computing calculation nodes against the camera simulator's truth: each\n"
+    "random laser pose is a whole factory round played by kivrun; prints the\n"
+    "worst and median errors against the goal, then the time the calculations\n"
+    "take in process (docs/calibration-accuracy.md).\n"
+    "  --poses N       how many poses (default 100)\n"
+    "  --first K       the first pose's number (default 0); pose K is the same\n"
+    "                  everywhere\n"
+    "  --kivrun PATH   the kivrun to play the rounds (default: the one built with\n"
+    "                  this program)\n"
+    "  --verbose       a line per pose\n"
+    "  -h, --help      show this text\n"
+    "Exit code 0 when every round ran and every error is within the goal, 1\n"
+    "when not, 2 for a bad command line.\n"
+    "\n";
+
 int Usage(const char* why) {
-  std::fprintf(stderr,
-               "calibration_accuracy: %s\nusage: calibration_accuracy [--poses N] [--first K] "
-               "[--kivrun PATH] [--verbose]\n",
-               why);
+  std::fprintf(stderr, "calibration_accuracy: %s\n%s", why, kUsage);
   return 2;
 }
 
@@ -234,8 +255,13 @@ int main(int argc, char** argv) {
   long long first = 0;
   std::string kivrun = KIVRUN_PATH;
   bool verbose = false;
+  const bool machine_tmp = sandbox::TakeMachineTmp(&argc, argv);
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];
+    if (arg == "-h" || arg == "--help") {
+      std::printf("%s%s%s", kUsage, kHelp, sandbox::kNodeTmpHelp);
+      return 0;
+    }
     if ((arg == "--poses" || arg == "--first" || arg == "--kivrun") && i + 1 >= argc) {
       return Usage((arg + " needs a value").c_str());
     }
@@ -254,6 +280,12 @@ int main(int argc, char** argv) {
     }
   }
 
+  sandbox::PrivateTmp tmp;
+  tmp.Keep(kivrun);
+  if (!sandbox::EnterNodeTmp("calibration_accuracy", machine_tmp, &tmp, std::cerr)) {
+    return sandbox::kNoPrivateTmpExit;
+  }
+  const std::string kivrun_tmp = machine_tmp ? sandbox::kMachineTmpOption : "--private-tmp";
   char pattern[] = "/tmp/calibration_accuracy.XXXXXX";
   if (!mkdtemp(pattern)) return Usage("cannot make a folder under /tmp");
   const fs::path dir = pattern;
@@ -267,7 +299,7 @@ int main(int argc, char** argv) {
   for (int i = 0; i < poses; ++i) {
     const long long number = first + i;
     const calctest::Pose pose = calctest::RandomPose(static_cast<uint64_t>(number));
-    const Round round = Play(kivrun, pose, dir);
+    const Round round = Play(kivrun, kivrun_tmp, pose, dir);
     if (!round.ran) {
       ++failed;
       std::printf("pose %lld: %s\n  %s\n", number, round.problem.c_str(),

@@ -23,11 +23,12 @@
 // ticks, outside the timing. The node's console lines are thrown away (see
 // bench_node.h). Every benchmark reports "pct_period": its CPU time per tick
 // (user and system, so the file writes count) as a percentage of the 10 ms
-// period.
+// period. The pictures go to the program's own /tmp (bench_main.h).
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
 
+#include "bench/bench_main.h"
 #include "bench/bench_node.h"
 #include "src/caligetpic.h"
 
@@ -157,4 +158,6 @@ BENCHMARK(BM_FrameTick_AppCut)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 
-BENCHMARK_MAIN();
+LASERCALI_NODE_BENCHMARK_MAIN(
+    "frame_tick_bench: the CPU time of one tick of the node's frame timer in each\n"
+    "state of a picture, with the simulated camera open (docs/benchmarks.md).\n")

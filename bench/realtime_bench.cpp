@@ -18,7 +18,8 @@
 // whole run) and reports the loop's own lateness record (RealtimeLateness):
 // ticks run, ticks skipped, and the mean and worst lateness of the ticks
 // run, in microseconds. Every scheduled tick is either run or skipped, so
-// ticks + skipped is the tick count asked for.
+// ticks + skipped is the tick count asked for. The node's pictures go to the
+// program's own /tmp (bench_main.h).
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
@@ -26,6 +27,7 @@
 #include <iostream>
 #include <string>
 
+#include "bench/bench_main.h"
 #include "bench/bench_node.h"
 #include "platform/kiv/main_loop.h"
 #include "src/caligetpic.h"
@@ -77,12 +79,19 @@ void BM_Realtime_FrameTick(benchmark::State& state) {
   }
 }
 
+constexpr char kAbout[] =
+    "realtime_bench: how closely the main loop's real clock keeps a 10 ms timer,\n"
+    "with a callback that only counts and with the node's frame tick\n"
+    "(docs/benchmarks.md).\n"
+    "  --ticks=N       10 ms periods per run (default 3000: 30 s each)\n";
+
 }  // namespace
 
 // Takes --ticks=N (periods of 10 ms per run, default 3000) beside the
-// benchmark library's own flags.
+// benchmark library's own flags and --machine-tmp.
 int main(int argc, char** argv) {
-  benchmark::Initialize(&argc, argv);
+  const int stop = benchsupport::StartNodeBenchmarks(&argc, argv, kAbout);
+  if (stop >= 0) return stop;
   int64_t ticks = 3000;
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];

@@ -130,6 +130,8 @@ std::string PrivateTmp::Outer(const std::string& path) const {
   const std::filesystem::path normal = std::filesystem::path(path).lexically_normal();
   const std::filesystem::path relative = normal.lexically_relative("/tmp");
   if (relative.empty() || *relative.begin() == "..") return path;
+  // A kept folder is bound in: the same files under the same name.
+  if (relative != "." && kept_.count(relative.begin()->string()) != 0) return path;
   const std::string through = "/proc/self/fd/" + std::to_string(outer_tmp_);
   return relative == "." ? through : through + "/" + relative.string();
 }

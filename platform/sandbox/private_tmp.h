@@ -49,9 +49,11 @@ class PrivateTmp {
   bool entered() const { return entered_; }
 
   // `path` as the process can reach it now: an absolute path under the
-  // machine's /tmp goes through the kept descriptor (/proc/self/fd/N/...);
-  // any other path, and every path before Enter(), is returned as it is.
-  // Relative paths need nothing: the working folder is kept.
+  // machine's /tmp goes through the kept descriptor (/proc/self/fd/N/...),
+  // unless it lies in a folder bound into the new /tmp, where it is the same
+  // file under its own name; any other path, and every path before Enter(),
+  // is returned as it is. Relative paths need nothing: the working folder
+  // is kept.
   std::string Outer(const std::string& path) const;
 
   // Copies every regular file under the private /tmp (not the folders kept

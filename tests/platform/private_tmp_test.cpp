@@ -72,6 +72,34 @@ TEST_F(PrivateTmpTest, EmptyRemovesWhatWasWrittenAndKeepsTheKeptFolders) {
   EXPECT_FALSE(fs::exists("/tmp/LL.bmp"));
 }
 
+// A path the user named under the outer /tmp leads to the same file after
+// Enter(): in a kept folder under its own name, elsewhere through the kept
+// descriptor of the outer /tmp.
+TEST_F(PrivateTmpTest, OuterLeadsToTheOuterFiles) {
+  const fs::path loose = folder_.string() + ".loose.bmp";  // directly in the outer /tmp
+  std::ofstream(loose) << "loose";
+  const int code = InChild([this, &loose] {
+    if (chdir(folder_.c_str()) != 0) return 10;
+    sandbox::PrivateTmp tmp;
+    if (tmp.Outer(loose.string()) != loose.string()) return 11;  // before Enter: as it is
+    std::string reason;
+    if (!tmp.Enter(&reason)) return 77;
+    const std::string own = (folder_ / "own.bmp").string();
+    if (tmp.Outer(own) != own) return 12;  // kept: the same name
+    const std::string through = tmp.Outer(loose.string());
+    if (through.rfind("/proc/self/fd/", 0) != 0 || fs::exists(loose)) return 13;
+    std::ifstream in(through);
+    std::string text;
+    in >> text;
+    if (text != "loose") return 14;
+    if (tmp.Outer("relative.bmp") != "relative.bmp" || tmp.Outer("/usr/x") != "/usr/x") return 15;
+    return 0;
+  });
+  fs::remove(loose);
+  if (code == 77) GTEST_SKIP() << "no further private /tmp can be had here";
+  EXPECT_EQ(code, 0);
+}
+
 TEST_F(PrivateTmpTest, EmptyBeforeEnterRemovesNothing) {
   sandbox::PrivateTmp tmp;
   std::string reason;

@@ -40,6 +40,8 @@ struct KivrunRun {
 };
 
 // Runs kivrun with `args` on a robot whose picture folders hold no pictures.
+// The node writes into the test's own /tmp (--machine-tmp: this binary's
+// private /tmp stands for the machine's), where the test looks at them.
 KivrunRun Kivrun(const std::string& args) {
   for (const char* folder : {"/tmp/left", "/tmp/right", "/tmp/pic"}) {
     std::error_code ignored;
@@ -52,8 +54,9 @@ KivrunRun Kivrun(const std::string& args) {
 
   char dir_pattern[] = "/tmp/rounds_test.XXXXXX";
   const fs::path dir = mkdtemp(dir_pattern);
-  const std::string command = std::string(KIVRUN) + " --log " + (dir / "log.jsonl").string() + " " +
-                              args + " 2>" + (dir / "err.txt").string();
+  const std::string command = std::string(KIVRUN) + " --machine-tmp --log " +
+                              (dir / "log.jsonl").string() + " " + args + " 2>" +
+                              (dir / "err.txt").string();
   const int raw = std::system(command.c_str());
   KivrunRun run;
   run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;

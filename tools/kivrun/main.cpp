@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/sandbox/node_tmp.h"
 #include "platform/sandbox/private_tmp.h"
 #include "tools/command_line.h"
 #include "tools/kivrun/output_file.h"
@@ -70,10 +71,14 @@ options:
   --private-tmp       run the node against an empty /tmp of its own (a
                       private mount namespace), so the pictures on this
                       machine stay as they are; the node's pictures are
-                      gone at the end unless --pictures-out keeps them
-  --pictures-out DIR  with a private /tmp (implied): copy every file the
-                      node wrote there to DIR at the end, with the same
-                      relative paths (DIR/left/560.bmp, DIR/LL.bmp, ...)
+                      gone at the end unless --pictures-out keeps them.
+                      This is the default
+  --machine-tmp       let the node write into the machine's /tmp instead
+                      (/tmp/left, /tmp/right, /tmp/pic, /tmp/LL.bmp,
+                      /tmp/RR.bmp), over the pictures there
+  --pictures-out DIR  copy every file the node wrote into its private /tmp
+                      to DIR at the end, with the same relative paths
+                      (DIR/left/560.bmp, DIR/LL.bmp, ...)
   --pictures DIR      the camera shows the recorded pictures of the folder
                       DIR instead of the simulated scene, chosen by distance
                       and laser: DIR/<distance>/left.png and right.png, or
@@ -93,10 +98,11 @@ trace, standard output, the report or the pictures could not be written; 3
 the plug-in could not be loaded or the node could not be built; 4 a "repeat"
 or "wait" step did not get its answer within its limit (the message says
 what came instead); 5 --replay: the new log differs from the old one (the
-first difference is shown); 6 --private-tmp could not be had (the message
-says why). A replay that gives the same log exits with 0, whatever the
-recorded round's own exit code was; an old log that cannot be replayed
-(not an event log, damaged, cut short) gives 1, naming its file and line.
+first difference is shown); 6 no private /tmp could be had for the node (the
+message says why; --machine-tmp runs without one). A replay that gives the
+same log exits with 0, whatever the recorded round's own exit code was; an
+old log that cannot be replayed (not an event log, damaged, cut short) gives
+1, naming its file and line.
 
 The scenario format and the event log are described in docs/kivrun.md.
 )usage";
@@ -115,6 +121,7 @@ enum OptionId {
   kReport,
   kVersion,
   kPrivateTmp,
+  kMachineTmp,
   kPicturesOut,
   kReplay,
   kPictures,
@@ -132,6 +139,7 @@ const std::vector<toolcli::Option> kOptions = {
     {"help", 'h', nullptr, kHelp},
     {"version", 0, nullptr, kVersion},
     {"private-tmp", 0, nullptr, kPrivateTmp},
+    {"machine-tmp", 0, nullptr, kMachineTmp},
     {"pictures-out", 0, "a folder", kPicturesOut},
     {"replay", 0, "an event log", kReplay},
     {"pictures", 0, "a folder", kPictures},
@@ -247,7 +255,7 @@ int main(int argc, char** argv) {
   options.plugin = DefaultPlugin();
   std::string scenario_path, config_path, log_path, trace_path, pictures_out, replay_path;
   std::string pictures;
-  bool echo = false, progress = false, private_tmp = false;
+  bool echo = false, progress = false, private_tmp = false, machine_tmp = false;
 
   std::vector<std::string> args(argv, argv + argc);
   const std::vector<std::pair<bool, std::string>> echo_values = TakeEchoValues(args);
@@ -309,14 +317,24 @@ int main(int argc, char** argv) {
         case kPrivateTmp:
           private_tmp = true;
           break;
+        case kMachineTmp:
+          machine_tmp = true;
+          break;
         case kPicturesOut:
           pictures_out = value;
-          private_tmp = true;
           break;
       }
     }
   } catch (const toolcli::UsageError& e) {
     return UsageError(e.what());
+  }
+  if (machine_tmp && private_tmp) {
+    return UsageError("--machine-tmp and --private-tmp ask for two different /tmp; give one");
+  }
+  if (machine_tmp && !pictures_out.empty()) {
+    return UsageError(
+        "--pictures-out copies the node's pictures out of its private /tmp; with --machine-tmp "
+        "they stay in the machine's /tmp");
   }
   const std::vector<std::string>& operands = command_line.Operands();
   if (!replay_path.empty()) {
@@ -366,18 +384,18 @@ int main(int argc, char** argv) {
 
   // The new log as the user named it, for messages.
   const std::string log_name = log_path.empty() ? "standard output" : log_path;
-  // With a private /tmp the node writes its pictures where nobody else's
-  // are. Paths the user named under the machine's /tmp still lead there.
+  const std::string trace_name = trace_path;
+  // Unless told --machine-tmp, the node writes its pictures into a private
+  // /tmp, where nobody else's are. Paths the user named under the machine's
+  // /tmp still lead there.
   sandbox::PrivateTmp tmp;
-  if (private_tmp) {
-    std::string reason;
-    if (!pictures.empty()) tmp.Keep(pictures);
-    for (const std::string& folder : recording.pictures) tmp.Keep(folder);
-    if (!tmp.Enter(&reason)) {
-      std::cerr << "kivrun: no private /tmp for the node (" << reason
-                << "); run without --private-tmp to use the machine's /tmp\n";
-      return kivrun::kNoPrivateTmp;
-    }
+  if (!pictures.empty()) tmp.Keep(pictures);
+  for (const std::string& folder : recording.pictures) tmp.Keep(folder);
+  static_assert(kivrun::kNoPrivateTmp == sandbox::kNoPrivateTmpExit);
+  if (!sandbox::EnterNodeTmp("kivrun", machine_tmp, &tmp, std::cerr)) {
+    return kivrun::kNoPrivateTmp;
+  }
+  if (tmp.entered()) {
     options.plugin = tmp.Outer(options.plugin);
     log_path = tmp.Outer(log_path);
     trace_path = tmp.Outer(trace_path);
@@ -404,7 +422,7 @@ int main(int argc, char** argv) {
   std::unique_ptr<std::ostream> trace_file;
   if (!trace_path.empty()) {
     trace_buffer = std::make_unique<kivrun::OutputFile>(trace_path);
-    if (!trace_buffer->ok()) return CannotWrite(trace_path, trace_buffer->reason());
+    if (!trace_buffer->ok()) return CannotWrite(trace_name, trace_buffer->reason());
     trace_file = std::make_unique<std::ostream>(trace_buffer.get());
     options.trace_times = trace_file.get();
   }
@@ -413,7 +431,7 @@ int main(int argc, char** argv) {
   std::ostream* log = &terminal_out;
   if (!log_path.empty()) {
     log_buffer = std::make_unique<kivrun::OutputFile>(log_path);
-    if (!log_buffer->ok()) return CannotWrite(log_path, log_buffer->reason());
+    if (!log_buffer->ok()) return CannotWrite(log_name, log_buffer->reason());
     log_file = std::make_unique<std::ostream>(log_buffer.get());
     log = log_file.get();
   }
@@ -423,8 +441,8 @@ int main(int argc, char** argv) {
   const struct {
     kivrun::OutputFile* output;
     std::string name;
-  } outputs[] = {{log_buffer.get(), log_path},
-                 {trace_buffer.get(), trace_path},
+  } outputs[] = {{log_buffer.get(), log_name},
+                 {trace_buffer.get(), trace_name},
                  {&standard_output, "the event log to standard output"}};
   for (const auto& output : outputs) {
     if (output.output == nullptr || output.output->Close()) continue;
