@@ -261,13 +261,13 @@ std::vector<std::string> Reader::ReadPictures() const {
       Fail(where + " needs a file name, not " + Shown(item));
     }
     const std::string path(item.GetString(), item.GetStringLength());
-    if (!IsFolder(FolderOf(path))) Fail(where + ": " + FolderOf(path) + " is not a folder");
     bool left = false;
     int distance = 0;
     if (stripes && !StripePictureOf(path, &left, &distance)) {
       Fail(where + ": cannot tell the laser and the distance of \"" + path +
            "\": the node reads .../left/N.bmp and .../right/N.bmp, N = distance x 100 + offset");
     }
+    if (!IsFolder(FolderOf(path))) Fail(where + ": " + FolderOf(path) + " is not a folder");
     sides[left ? 0 : 1] = true;
     pictures.push_back(path);
   }

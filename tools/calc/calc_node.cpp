@@ -1,5 +1,7 @@
 #include "tools/calc/calc_node.h"
 
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 
@@ -98,6 +100,17 @@ void SentPlanes::Take(const LaserClibrMsg& answer) {
   planes_[0] = PlaneFromAngles(left);
   planes_[1] = PlaneFromAngles(right);
   valid_ = true;
+}
+
+std::string Figure(double x) {
+  char text[40];
+  std::snprintf(text, sizeof text, "%.1f", x);
+  if (std::strtod(text, nullptr) == x) return text;
+  for (int digits = 2; digits <= 17; ++digits) {
+    std::snprintf(text, sizeof text, "%.*g", digits, x);
+    if (std::strtod(text, nullptr) == x) break;
+  }
+  return text;
 }
 
 rapidjson::Value PlaneReport(const Plane& plane, rapidjson::Document::AllocatorType& a) {

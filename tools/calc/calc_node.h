@@ -118,6 +118,10 @@ class SentPlanes {
 // "yaw_deg" and "roll_deg" of calc::AnglesOf.
 rapidjson::Value PlaneReport(const Plane& plane, rapidjson::Document::AllocatorType& a);
 
+// A threshold as messages show it: one decimal when that says it exactly
+// ("2.0", "0.2"), else as many as it takes ("0.25").
+std::string Figure(double x);
+
 // The two lasers, in the order of the answer values.
 inline constexpr const char* kSides[2] = {"left", "right"};
 

@@ -61,12 +61,11 @@ Outcome CheckNode::Compute(const std::vector<cv::Mat>& pictures, rapidjson::Docu
     for (int side = 0; side < 2; ++side) {
       const Residuals& r = residuals[side];
       if (r.rms > config().max_rms_px || r.worst > config().max_worst_px) {
-        char text[200];
-        std::snprintf(text, sizeof text,
-                      "%s laser: residuals of %.3f px RMS and %.3f px at worst; at most %g and "
-                      "%g px pass",
-                      kSides[side], r.rms, r.worst, config().max_rms_px, config().max_worst_px);
-        outcome.Fail(kCheckFailed, text);
+        char text[120];
+        std::snprintf(text, sizeof text, "%s laser: residuals of %.3f px RMS and %.3f px at worst",
+                      kSides[side], r.rms, r.worst);
+        outcome.Fail(kCheckFailed, text + ("; at most " + Figure(config().max_rms_px) + " and " +
+                                           Figure(config().max_worst_px) + " px pass"));
       }
     }
   }

@@ -78,10 +78,10 @@ Outcome DistanceNode::Compute(const std::vector<cv::Mat>& pictures, rapidjson::D
                    answer_.far_values);
     const double apart = std::fabs(walls[0].distance - walls[1].distance);
     if (apart > config().max_apart) {
-      char text[160];
-      std::snprintf(text, sizeof text, "the lasers' walls lie %.2f mm apart; at most %g mm pass",
-                    apart * 10, config().max_apart * 10);
-      outcome.Fail(kLasersDisagree, text);
+      char text[80];
+      std::snprintf(text, sizeof text, "the lasers' walls lie %.2f mm apart", apart * 10);
+      outcome.Fail(kLasersDisagree,
+                   text + ("; at most " + Figure(config().max_apart * 10) + " mm pass"));
     }
   }
   answer_.status = static_cast<uint8_t>(outcome.code == kSuccess ? 0 : outcome.code);

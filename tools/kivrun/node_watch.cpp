@@ -25,6 +25,7 @@ const std::vector<const std::type_info*>* NodeWatch::Takes(const std::string& to
 
 void NodeWatch::OnAdvertise(const std::string& node, const std::string& topic,
                             const std::type_info& type) {
+  if (muted_) return;
   Fields f;
   f.Str("node", node).Str("topic", topic).Str("record", RecordName(type));
   round_.log.Write("advertise", f.value());
@@ -48,6 +49,7 @@ void NodeWatch::OnAdvertise(const std::string& node, const std::string& topic,
 
 void NodeWatch::OnSubscribe(const std::string& node, const std::string& topic,
                             const std::type_info& type, int depth) {
+  if (muted_) return;
   auto& types = subscribed_[topic];
   if (std::find(types.begin(), types.end(), &type) == types.end()) types.push_back(&type);
   Fields f;
@@ -56,12 +58,17 @@ void NodeWatch::OnSubscribe(const std::string& node, const std::string& topic,
 }
 
 void NodeWatch::OnTimerAdded(int id, const std::string& name, long delay, long period) {
+  if (muted_ || muted_timer_names_.count(name) != 0) {
+    muted_timers_.insert(id);
+    return;
+  }
   Fields f;
   f.Int("id", id).Str("name", name).Int("delay_us", delay).Int("period_us", period);
   round_.log.Write("timer_add", f.value());
 }
 
 void NodeWatch::OnTimerDeleted(int id, bool was_running) {
+  if (muted_timers_.count(id) != 0) return;
   Fields f;
   f.Int("id", id).Bool("running", was_running);
   round_.log.Write("timer_del", f.value());
@@ -69,6 +76,7 @@ void NodeWatch::OnTimerDeleted(int id, bool was_running) {
 
 void NodeWatch::OnVersion(const std::string& node, const std::string& commit_tag,
                           const std::string& framework_tag) {
+  if (muted_) return;
   Fields f;
   f.Str("node", node).Str("commit", commit_tag).Str("framework", framework_tag);
   round_.log.Write("version", f.value());

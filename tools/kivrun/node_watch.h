@@ -7,6 +7,11 @@
 // field) and hands its decoded fields on to whoever waits for it. It keeps
 // what the node publishes on each topic and which record types it takes
 // there, for the steps that send and wait.
+//
+// Only the node under test is watched so: while another node is built
+// (SetMuted), its advertisements, subscriptions and version tags are not
+// logged, and the timers named after another node (MuteTimersNamed), which
+// the calculation nodes' answer timers are, are not logged either.
 #ifndef LASERCALI_TOOLS_KIVRUN_NODE_WATCH_H_
 #define LASERCALI_TOOLS_KIVRUN_NODE_WATCH_H_
 
@@ -14,6 +19,7 @@
 
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <typeinfo>
 #include <vector>
@@ -39,6 +45,12 @@ class NodeWatch : public kiv::HostObserver {
     on_published_ = std::move(hook);
   }
 
+  // While muted, the framework events of the node being built are not
+  // logged: it is not the node under test.
+  void SetMuted(bool muted) { muted_ = muted; }
+  // The timers named `name`, and their deletion, are not logged.
+  void MuteTimersNamed(const std::string& name) { muted_timer_names_.insert(name); }
+
   // The record the node publishes on `topic`, or null when it does not.
   const RecordLayout* Published(const std::string& topic) const;
   // The record types the node takes on `topic`, in the order it subscribed
@@ -56,6 +68,9 @@ class NodeWatch : public kiv::HostObserver {
 
  private:
   RoundContext& round_;
+  bool muted_ = false;
+  std::set<std::string> muted_timer_names_;
+  std::set<int> muted_timers_;
   std::function<void(const std::string&, const rapidjson::Value&)> on_published_;
   std::map<std::string, const RecordLayout*> watched_;  // topic -> record the node publishes
   // topic -> the record types the node takes there (a node named after a

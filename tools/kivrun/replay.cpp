@@ -339,12 +339,22 @@ Recording ReadRecording(const std::string& path) {
       end_line = number;
       continue;
     }
+    if (kind == "load") {
+      recording.plugins.push_back(line.NeedText("plugin", true));
+      continue;
+    }
     if (kind == "build") {
-      if (built) line.Fail("a second \"build\" event");
-      built = true;
-      recording.node_id = line.NeedText("node");
-      recording.config = Minified(line.Need(
+      const std::string node = line.NeedText("node");
+      const std::string config = Minified(line.Need(
           "config", [](const rapidjson::Value&) { return true; }, "the configuration"));
+      // The first is the node under test; the others are the round's other nodes.
+      if (built) {
+        recording.nodes.emplace_back(node, config);
+      } else {
+        recording.node_id = node;
+        recording.config = config;
+      }
+      built = true;
       continue;
     }
     const bool input = kInputs.count(kind) != 0 && (kind != "error" || event.HasMember("step"));

@@ -8,6 +8,8 @@
 #include "platform/kiv/host.h"
 #include "platform/kiv/plugin.h"
 #include "platform/sunxi_cam/camera_sim.h"
+#include "tools/kivrun/answer_watch.h"
+#include "tools/kivrun/calc_plugin_nodes.h"
 #include "tools/kivrun/camera_watch.h"
 #include "tools/kivrun/node_watch.h"
 #include "tools/kivrun/progress.h"
@@ -35,7 +37,9 @@ class Run {
         round_(options, log_stream, errors),
         node_watch_(round_),
         camera_watch_(round_),
-        steps_(round_, node_watch_, camera_watch_, scenario.path) {}
+        steps_(round_, node_watch_, camera_watch_, scenario.path),
+        answer_watch_(round_),
+        calc_nodes_(round_, node_watch_, answer_watch_) {}
 
   // Plays the recorded inputs of `recording` instead of the scenario's
   // steps; every line of the new log goes to `compare` too.
@@ -54,8 +58,11 @@ class Run {
   bool report_failed() const { return report_failed_; }
 
  private:
-  // Loads the plug-in and builds the node; kOk, or the exit code.
+  // Loads the plug-ins and builds the nodes; kOk, or the exit code.
   int Build();
+  // Builds one node, with its "build" and "built" events; null (after
+  // saying why) when its builder threw or gave none.
+  std::unique_ptr<kiv::KivNode> BuildNode(const std::string& id, const rapidjson::Value& config);
   int PlaySteps();
   void Summarise(int code);
   void Report(int& code);
@@ -69,7 +76,10 @@ class Run {
   NodeWatch node_watch_;
   CameraWatch camera_watch_;
   StepPlayer steps_;
+  AnswerWatch answer_watch_;
+  CalcPluginNodes calc_nodes_;
   std::unique_ptr<Responders> responders_;
+  std::vector<std::unique_ptr<kiv::KivNode>> others_;  // the scenario's other nodes
 };
 
 int Run::Play() {
@@ -101,15 +111,17 @@ int Run::Play() {
       }
       code = Build();
       if (round_.node) {
-        code = PlaySteps();
+        if (code == kOk) code = PlaySteps();
         round_.Teardown();
       }
     } catch (const kiv::LoadError& e) {
+      // A plug-in that cannot be loaded, or a node no plug-in registers.
       Fields f;
       f.Str("what", e.what());
       round_.log.Write("error", f.value());
       round_.Errors() << "kivrun: " << e.what() << "\n";
-      code = kNodeError;
+      code = kScenarioError;
+      round_.Teardown();  // the node under test, when a later node is the one not registered
     }
     out.FlushPartial();
     err.FlushPartial();
@@ -118,6 +130,8 @@ int Run::Play() {
     // the plug-in goes. (The node leaves its frame timer running when it is
     // destroyed with the camera open.)
     host.Loop().Clear();
+    calc_nodes_.Clear();
+    others_.clear();
     round_.registry.clear();
     round_.libraries.clear();
   }
@@ -136,44 +150,39 @@ int Run::Play() {
 
 int Run::Build() {
   const Options& options = round_.options;
-  round_.libraries.push_back(kiv::NodeLibrary::Load(options.plugin, round_.registry));
-  loaded_ = true;
-  Fields f;
-  f.Str("plugin", BaseName(options.plugin));
-  rapidjson::Value ids(rapidjson::kArrayType);
-  for (const auto& entry : round_.registry) {
-    ids.PushBack(rapidjson::Value(entry.first.c_str(), f.allocator()), f.allocator());
+  // Before any node: an answer is logged before the node under test takes it.
+  answer_watch_.Start();
+  std::vector<std::string> plugins = options.plugins;
+  for (const std::string& name : scenario_.plugins) plugins.push_back(FindPlugin(options, name));
+  for (const std::string& path : plugins) {
+    const kiv::NodeRegistry before = round_.registry;
+    round_.libraries.push_back(kiv::NodeLibrary::Load(path, round_.registry));
+    loaded_ = true;
+    Fields f;
+    f.Str("plugin", BaseName(path));
+    rapidjson::Value ids(rapidjson::kArrayType);
+    for (const auto& entry : round_.registry) {
+      if (before.count(entry.first) != 0) continue;
+      ids.PushBack(rapidjson::Value(entry.first.c_str(), f.allocator()), f.allocator());
+    }
+    f.value().AddMember("ids", ids, f.allocator());
+    round_.log.Write("load", f.value());
   }
-  f.value().AddMember("ids", ids, f.allocator());
-  round_.log.Write("load", f.value());
 
   const rapidjson::Value empty(rapidjson::kObjectType);
   const rapidjson::Value& config = scenario_.config ? *scenario_.config : empty;
-  Fields b;
-  b.Str("node", scenario_.node_id).Json("config", config);
-  round_.log.Write("build", b.value());
-  try {
-    round_.node = kiv::BuildNode(round_.registry, scenario_.node_id, config);
-  } catch (const kiv::LoadError&) {
-    throw;
-  } catch (...) {
-    round_.Exception("builder", std::current_exception());
-    round_.Errors() << "kivrun: the node " << scenario_.node_id << " could not be built: "
-                    << kiv::DescribeException(std::current_exception()).what << "\n";
-    return kNodeError;
-  }
-  if (!round_.node) {
-    const std::string what = "the builder of " + scenario_.node_id + " returned no node";
-    Fields e;
-    e.Str("what", what);
-    round_.log.Write("error", e.value());
-    round_.Errors() << "kivrun: " << what << "\n";
-    return kNodeError;
-  }
-  Fields built;
-  built.Str("node", scenario_.node_id).Str("name", round_.node->NodeName());
-  round_.log.Write("built", built.value());
+  round_.node = BuildNode(scenario_.node_id, config);
+  if (!round_.node) return kNodeError;
   camera_watch_.WatchPictures();
+  // The round's other nodes: their framework events are theirs.
+  for (const OtherNode& other : scenario_.nodes) {
+    node_watch_.SetMuted(true);
+    std::unique_ptr<kiv::KivNode> node = BuildNode(other.node_id, *other.config);
+    node_watch_.SetMuted(false);
+    if (!node) return kNodeError;
+    node_watch_.MuteTimersNamed(node->NodeName());
+    others_.push_back(std::move(node));
+  }
   // The simulated calculation nodes number the factory pictures with the
   // node's "delt_factory"; another node, without one, gets 0.
   int delt_factory = 0;
@@ -182,15 +191,45 @@ int Run::Build() {
     if (delt != config.MemberEnd() && delt->value.IsInt()) delt_factory = delt->value.GetInt();
   }
   responders_ = std::make_unique<Responders>(round_.host, round_.log, delt_factory);
+  responders_->SetComputingNodes(&calc_nodes_);
   RoundSummary& summary = round_.summary;
   responders_->SetOnAnswer(
       [&summary](const std::string& node, const std::string& action,
                  const rapidjson::Value& answer) { summary.Answered(node, action, answer); });
-  responders_->SetOnComputed([&summary](const std::string& node, const rapidjson::Value& answer) {
-    summary.Computed(node, answer);
-  });
   steps_.SetResponders(responders_.get());
   return kOk;
+}
+
+std::unique_ptr<kiv::KivNode> Run::BuildNode(const std::string& id,
+                                             const rapidjson::Value& config) {
+  Fields b;
+  b.Str("node", id).Json("config", config);
+  round_.log.Write("build", b.value());
+  std::unique_ptr<kiv::KivNode> node;
+  try {
+    node = kiv::BuildNode(round_.registry, id, config);
+  } catch (const kiv::LoadError&) {
+    node_watch_.SetMuted(false);
+    throw;
+  } catch (...) {
+    node_watch_.SetMuted(false);
+    round_.Exception("builder", std::current_exception());
+    round_.Errors() << "kivrun: the node " << id << " could not be built: "
+                    << kiv::DescribeException(std::current_exception()).what << "\n";
+    return nullptr;
+  }
+  if (!node) {
+    const std::string what = "the builder of " + id + " returned no node";
+    Fields e;
+    e.Str("what", what);
+    round_.log.Write("error", e.value());
+    round_.Errors() << "kivrun: " << what << "\n";
+    return nullptr;
+  }
+  Fields built;
+  built.Str("node", id).Str("name", node->NodeName());
+  round_.log.Write("built", built.value());
+  return node;
 }
 
 int Run::PlaySteps() {
@@ -256,6 +295,13 @@ void Run::Report(int& code) {
 
 }  // namespace
 
+std::string FindPlugin(const Options& options, const std::string& name) {
+  if (name.find('/') != std::string::npos) return name;
+  const auto built = options.built_plugins.find(name);
+  if (built != options.built_plugins.end()) return built->second;
+  return options.plugin_folder + "/" + name;
+}
+
 int ReplayRecording(const Recording& recording, const Options& options, std::ostream& log_stream,
                     const std::string& log_name, std::ostream& errors) {
   Scenario scenario;
@@ -263,6 +309,15 @@ int ReplayRecording(const Recording& recording, const Options& options, std::ost
   scenario.description = "A replay of " + recording.path + ".";
   scenario.node_id = recording.node_id;
   scenario.config = std::make_shared<rapidjson::Document>(ParseRecorded(recording.config));
+  // The plug-ins of the options, then the others the recorded round loaded.
+  for (const std::string& name : recording.plugins) {
+    bool loaded = false;
+    for (const std::string& path : options.plugins) loaded = loaded || BaseName(path) == name;
+    if (!loaded) scenario.plugins.push_back(name);
+  }
+  for (const auto& [node, config] : recording.nodes) {
+    scenario.nodes.push_back({node, std::make_shared<rapidjson::Document>(ParseRecorded(config))});
+  }
   LogComparison comparison(recording);
   bool loaded = false, failed = false, report_failed = false;
   try {
@@ -276,7 +331,7 @@ int ReplayRecording(const Recording& recording, const Options& options, std::ost
     errors << "kivrun: " << e.what() << "\n";
     return kScenarioError;
   }
-  if (!loaded) return kNodeError;
+  if (!loaded) return kScenarioError;
   if (!comparison.Same()) {
     errors << "kivrun: " << comparison.Report(log_name);
     return failed ? kScenarioError : kReplayDiffers;

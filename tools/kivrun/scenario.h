@@ -127,11 +127,21 @@ inline constexpr char kTextPrefix[] = "text_prefix";
 // timer, 10 ms of main loop time.
 inline constexpr int64_t kTickUs = 10000;
 
+// A node of the round besides the node under test.
+struct OtherNode {
+  std::string node_id;
+  std::shared_ptr<rapidjson::Document> config;
+};
+
 struct Scenario {
   std::string path;
   std::string description;
   std::string node_id = "KivNodeLaserCali";
   std::shared_ptr<rapidjson::Document> config;  // null when the scenario names none
+  // Plug-ins to load besides kivrun's (a file name alone, or a path: made
+  // relative to the scenario's folder when it is read).
+  std::vector<std::string> plugins;
+  std::vector<OtherNode> nodes;  // built after the node under test, in order
   std::vector<Step> steps;
 };
 
