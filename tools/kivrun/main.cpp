@@ -18,6 +18,7 @@
 #include "platform/sandbox/private_tmp.h"
 #include "tools/command_line.h"
 #include "tools/kivrun/output_file.h"
+#include "tools/kivrun/picture_option.h"
 #include "tools/kivrun/progress.h"
 #include "tools/kivrun/replay.h"
 #include "tools/kivrun/runner.h"
@@ -140,46 +141,6 @@ const std::vector<toolcli::Option> kOptions = {
     {"replay", 0, "an event log", kReplay},
     {"pictures", 0, "a folder", kPictures},
 };
-
-// The folder of --pictures, absolute, so that the camera finds it from any
-// working folder and a replay of the log too. Throws UsageError when it is
-// not a folder, or is where the node writes its own pictures: the round
-// would overwrite what it reads.
-std::string PictureFolder(const std::string& value) {
-  namespace fs = std::filesystem;
-  std::error_code error;
-  const fs::path dir = fs::absolute(value, error).lexically_normal();
-  if (error || !fs::is_directory(dir, error)) {
-    throw toolcli::UsageError("--pictures needs a folder, not '" + value + "'" +
-                              (fs::exists(dir, error) ? "" : " (there is no such folder)"));
-  }
-  std::string text = dir.string();
-  if (text.size() > 1 && text.back() == '/') text.pop_back();
-  const fs::path in_tmp = fs::path(text).lexically_relative("/tmp");
-  const std::string top = in_tmp.empty() ? "" : in_tmp.begin()->string();
-  if (text == "/tmp" || top == "left" || top == "right" || top == "pic") {
-    throw toolcli::UsageError("--pictures " + text +
-                              " is where the node writes its own pictures, which the round "
-                              "would overwrite; copy them to another folder first");
-  }
-  return text;
-}
-
-// Puts the camera setting {"pictures": DIR} before the scenario's first
-// step: it is logged as a camera_settings event of step 0.
-void ShowPictures(const std::string& dir, kivrun::Scenario* scenario) {
-  rapidjson::StringBuffer text;
-  rapidjson::Writer<rapidjson::StringBuffer> writer(text);
-  writer.StartObject();
-  writer.Key("pictures");
-  writer.String(dir.c_str(), static_cast<rapidjson::SizeType>(dir.size()));
-  writer.EndObject();
-  kivrun::Step step;
-  step.number = 0;
-  step.kind = kivrun::Step::Kind::kCamera;
-  step.value = kivrun::JsonText::FromText(text.GetString());
-  scenario->steps.insert(scenario->steps.begin(), std::move(step));
-}
 
 // toolcli's options take a value always or never; --echo takes one only in
 // the form "--echo=raw". A first pass of getopt_long over the same options,
@@ -310,7 +271,7 @@ int main(int argc, char** argv) {
           replay_path = value;
           break;
         case kPictures:
-          pictures = PictureFolder(value);
+          pictures = kivrun::PictureFolder(value);
           break;
         case kProgress:
           progress = true;
@@ -361,7 +322,7 @@ int main(int argc, char** argv) {
     if (!scenario_path.empty()) scenario = kivrun::LoadScenario(scenario_path);
     if (!config_path.empty()) scenario.config = kivrun::ReadJsonFile(config_path);
     if (scenario.path.empty()) scenario.path = config_path;
-    if (!pictures.empty()) ShowPictures(pictures, &scenario);
+    if (!pictures.empty()) kivrun::ShowPictures(pictures, &scenario);
   } catch (const kivrun::ScenarioError& e) {
     std::cerr << "kivrun: " << e.what() << "\n";
     return kivrun::kScenarioError;

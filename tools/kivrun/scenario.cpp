@@ -7,11 +7,6 @@
 namespace kivrun {
 namespace {
 
-std::string Folder(const std::string& path) {
-  const auto slash = path.rfind('/');
-  return slash == std::string::npos ? std::string(".") : path.substr(0, slash);
-}
-
 // A whole number within [low, high]; the message gives the range.
 int64_t Ranged(const rapidjson::Value& value, const std::string& where, const char* key,
                int64_t low, int64_t high) {
@@ -307,71 +302,6 @@ Step ParseStep(const rapidjson::Value& item, int number, const std::string& wher
 
 std::string Awaited::Describe() const { return topic + " " + fields.text(); }
 
-namespace {
-
-// A file named in the scenario: absolute, or relative to its folder.
-std::string BesideScenario(const std::string& scenario, const std::string& file) {
-  return file.rfind('/', 0) == 0 ? file : Folder(scenario) + "/" + file;
-}
-
-std::vector<std::string> ParsePlugins(const rapidjson::Value& value, const std::string& path) {
-  const std::string what = path + ": \"plugins\" needs a list of plug-in files";
-  if (!value.IsArray()) throw ScenarioError(what);
-  std::vector<std::string> plugins;
-  for (const auto& item : value.GetArray()) {
-    if (!item.IsString() || item.GetStringLength() == 0) throw ScenarioError(what);
-    const std::string name = Name(item);
-    // A file name alone is one of kivrun's plug-ins; a path is the scenario's.
-    plugins.push_back(name.find('/') == std::string::npos ? name : BesideScenario(path, name));
-  }
-  return plugins;
-}
-
-std::vector<OtherNode> ParseNodes(const rapidjson::Value& value, const std::string& path) {
-  if (!value.IsArray()) {
-    throw ScenarioError(path +
-                        ": \"nodes\" needs a list of nodes, each {\"node\": ID, "
-                        "\"config\": {...}} or {\"node\": ID, \"config_file\": FILE}");
-  }
-  std::vector<OtherNode> nodes;
-  for (rapidjson::SizeType i = 0; i < value.Size(); ++i) {
-    const rapidjson::Value& item = value[i];
-    const std::string where = path + ": \"nodes\"[" + std::to_string(i) + "]";
-    if (!item.IsObject()) throw ScenarioError(where + " needs an object");
-    OtherNode node;
-    for (const auto& member : item.GetObject()) {
-      const std::string key = Name(member.name);
-      if (key == "node") {
-        if (!member.value.IsString() || member.value.GetStringLength() == 0) {
-          throw ScenarioError(where + ": \"node\" needs a node ID");
-        }
-        node.node_id = Name(member.value);
-      } else if (key == "config" || key == "config_file") {
-        if (node.config) {
-          throw ScenarioError(where + ": give \"config\" or \"config_file\", not both");
-        }
-        if (key == "config") {
-          node.config = std::make_shared<rapidjson::Document>();
-          node.config->CopyFrom(member.value, node.config->GetAllocator());
-        } else if (!member.value.IsString()) {
-          throw ScenarioError(where + ": \"config_file\" needs a file name");
-        } else {
-          node.config = ReadJsonFile(BesideScenario(path, Name(member.value)));
-        }
-      } else {
-        throw ScenarioError(where + ": unknown member \"" + Printable(key) +
-                            "\" (a node has node, config or config_file)");
-      }
-    }
-    if (node.node_id.empty()) throw ScenarioError(where + " needs \"node\", the node's ID");
-    if (!node.config) node.config = std::make_shared<rapidjson::Document>(rapidjson::kObjectType);
-    nodes.push_back(std::move(node));
-  }
-  return nodes;
-}
-
-}  // namespace
-
 Scenario LoadScenario(const std::string& path) {
   std::shared_ptr<rapidjson::Document> doc = ReadJsonFile(path);
   if (!doc->IsObject()) throw ScenarioError(path + ": a scenario must be a JSON object");
@@ -398,9 +328,9 @@ Scenario LoadScenario(const std::string& path) {
       const std::string file = Name(value);
       scenario.config = ReadJsonFile(BesideScenario(path, file));
     } else if (key == "plugins") {
-      scenario.plugins = ParsePlugins(value, path);
+      scenario.plugins = ReadPlugins(value, path);
     } else if (key == "nodes") {
-      scenario.nodes = ParseNodes(value, path);
+      scenario.nodes = ReadNodes(value, path);
     } else if (key == "steps") {
       if (!value.IsArray()) throw ScenarioError(path + ": \"steps\" must be a list");
       int number = 0;

@@ -183,6 +183,18 @@ std::shared_ptr<rapidjson::Document> ParseJsonText(const std::string& text, cons
 // as in JSON (a NUL shows as \u0000), every other byte as it is.
 std::string Printable(const std::string& text);
 
+// A file a scenario names: absolute as it is, else relative to the
+// scenario's folder.
+std::string BesideScenario(const std::string& scenario, const std::string& file);
+
+// The members "plugins" and "nodes" of the scenario file `path`, checked:
+// plug-in files (a file name alone kept as it is, a path made relative to
+// the scenario's folder) and the other nodes with their configurations
+// (a "config_file" read beside the scenario). Throw ScenarioError naming the
+// file and what is wrong.
+std::vector<std::string> ReadPlugins(const rapidjson::Value& value, const std::string& path);
+std::vector<OtherNode> ReadNodes(const rapidjson::Value& value, const std::string& path);
+
 // Reads and checks a scenario file. A "config_file" is read relative to the
 // scenario's folder.
 Scenario LoadScenario(const std::string& path);
