@@ -298,7 +298,10 @@ TEST_F(CalcPluginTest, TheCameraParameterNodeFindsTheChessboard) {
 }
 
 // The plug-in links the framework library and OpenCV, never the camera
-// library or its simulator: the truth cannot reach the calculations.
+// library or its simulator: the truth cannot reach the calculations. The
+// linker leaves out of DT_NEEDED a library on the link line the file takes
+// nothing from, so the link line itself is read from the build tree's
+// run path, which names the folder of every shared library on it.
 TEST(CalcPluginLinkTest, TheLinkLineCannotReachTheSimulator) {
   const testsupport::ElfDynamic elf = testsupport::ReadElfDynamic(LASERCALC_PLUGIN_PATH);
   ASSERT_TRUE(elf.ok) << LASERCALC_PLUGIN_PATH;
@@ -312,6 +315,9 @@ TEST(CalcPluginLinkTest, TheLinkLineCannotReachTheSimulator) {
   for (const std::string& symbol : elf.undefined) {
     EXPECT_EQ(symbol.find("sunxi_cam"), std::string::npos) << symbol;
   }
+  EXPECT_NE(elf.runpath.find(KIV_LIBRARY_FOLDER), std::string::npos)
+      << "the run path names no folder of the link line: " << elf.runpath;
+  EXPECT_EQ(elf.runpath.find(SUNXI_CAM_LIBRARY_FOLDER), std::string::npos) << elf.runpath;
 }
 
 }  // namespace

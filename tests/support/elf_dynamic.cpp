@@ -39,6 +39,9 @@ void Read(const std::vector<char>& file, unsigned char (*bind_of)(unsigned char)
         if (!At(file, section.sh_offset + offset, &entry) || entry.d_tag == DT_NULL) break;
         if (entry.d_tag == DT_NEEDED) {
           out->needed.push_back(StringAt(file, strings.sh_offset + entry.d_un.d_val));
+        } else if (entry.d_tag == DT_RUNPATH || entry.d_tag == DT_RPATH) {
+          out->runpath += (out->runpath.empty() ? "" : ":") +
+                          StringAt(file, strings.sh_offset + entry.d_un.d_val);
         }
       }
       continue;

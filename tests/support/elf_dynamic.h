@@ -1,7 +1,8 @@
 // What a shared object's dynamic section says, read from the file itself,
 // so a test holds for whichever target the file was built for (32- or
 // 64-bit little-endian ELF): the symbols it exports, the symbols it needs
-// from elsewhere, and the libraries it names (DT_NEEDED).
+// from elsewhere, the libraries it names (DT_NEEDED) and where it looks for
+// them (DT_RUNPATH, DT_RPATH).
 #ifndef LASERCALI_TESTS_SUPPORT_ELF_DYNAMIC_H_
 #define LASERCALI_TESTS_SUPPORT_ELF_DYNAMIC_H_
 
@@ -22,6 +23,9 @@ struct ElfDynamic {
   // it names (or from the program that loads it).
   std::set<std::string> undefined;
   std::vector<std::string> needed;  // the DT_NEEDED libraries, in order
+  // DT_RUNPATH and DT_RPATH, as written: in a build tree, the folders of
+  // the shared libraries on the file's link line.
+  std::string runpath;
 };
 
 ElfDynamic ReadElfDynamic(const std::string& path);
