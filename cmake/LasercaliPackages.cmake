@@ -1,8 +1,9 @@
 # Debian packages with CPack, one a component (docs/install.md):
-#   lasercali-plugin  the plug-in alone
-#   lasercali-tools   libkiv, libsunxi_cam, kivrun, stripe-inspect, scenarios, docs
+#   lasercali-plugin  the calibration plug-in alone
+#   lasercali-calc    the calculation nodes' plug-in alone
+#   lasercali-tools   libkiv, libsunxi_cam, kivrun, stripe-inspect, sim-pictures, scenarios, docs
 #   lasercali-dev     headers, the CMake package, pkg-config
-# `cpack -G DEB` in a build folder (scripts/package.sh) makes all three for
+# `cpack -G DEB` in a build folder (scripts/package.sh) makes all four for
 # the build's target: amd64, or arm64 / armhf in a cross build.
 #
 # Depends names Debian's runtime library packages, which have the same
@@ -15,7 +16,7 @@ set(CPACK_PACKAGE_VENDOR "lasercali developers")
 set(CPACK_PACKAGE_CONTACT "lasercali developers <lasercali-dev@lasercali.invalid>")
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_COMPONENTS_ALL plugin tools dev)
+set(CPACK_COMPONENTS_ALL plugin calc tools dev)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
@@ -39,9 +40,24 @@ its plug-in folder. It drives the camera, stores calibration pictures under
 It needs the kiv framework library and the camera library (libkiv.so.0,
 libsunxi_cam.so.0), which lasercali-tools provides on a PC.")
 
+set(CPACK_DEBIAN_CALC_PACKAGE_NAME lasercali-calc)
+set(CPACK_DEBIAN_CALC_PACKAGE_SECTION misc)
+set(CPACK_DEBIAN_CALC_PACKAGE_DEPENDS "${runtime}, ${opencv}, libopencv-imgproc406 (>= 4.6.0+dfsg), \
+libopencv-calib3d406 (>= 4.6.0+dfsg), lasercali-tools (= ${this_version})")
+set(CPACK_DEBIAN_CALC_DESCRIPTION "calculation nodes plug-in for kiv
+liblasercalc.so, the nodes that compute the laser calibration from the
+calibration node's pictures: KivNodeLaserCalcPlane (each laser's plane),
+KivNodeLaserCalcCheck, KivNodeLaserCalcDistance and
+KivNodeLaserCalcCameraParam. Each is built from a JSON configuration
+(pictures, camera model, thresholds). It needs the kiv framework library
+(libkiv.so.0), which lasercali-tools provides on a PC; kivrun loads it for
+the rounds with computing calculation nodes.")
+
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME lasercali-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION misc)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${runtime}, ${opencv}, libopencv-imgproc406 (>= 4.6.0+dfsg)")
+# The shipped rounds with computing calculation nodes need the calculation plug-in.
+set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS "lasercali-calc (= ${this_version})")
 # The shlibs file names the two libraries; dpkg runs ldconfig through a trigger.
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
@@ -69,7 +85,7 @@ file(WRITE ${LASERCALI_DEB_DOC_DIR}/changelog
   "  * Version ${PROJECT_VERSION}; see /usr/share/lasercali/CHANGELOG.md.\n\n"
   " -- ${CPACK_PACKAGE_CONTACT}  ${changelog_date}\n")
 execute_process(COMMAND gzip -9nf ${LASERCALI_DEB_DOC_DIR}/changelog)
-foreach(component plugin tools dev)
+foreach(component plugin calc tools dev)
   install(FILES ${PROJECT_SOURCE_DIR}/cmake/debian/copyright ${LASERCALI_DEB_DOC_DIR}/changelog.gz
     DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/lasercali-${component} COMPONENT ${component})
 endforeach()

@@ -1,8 +1,10 @@
 #!/bin/sh
-# Builds the three Debian packages of the project for one architecture:
-# lasercali-plugin (the plug-in alone), lasercali-tools (libkiv,
-# libsunxi_cam, kivrun, stripe-inspect, scenarios, docs) and lasercali-dev
-# (headers, CMake package, pkg-config), and checks them with lintian.
+# Builds the four Debian packages of the project for one architecture:
+# lasercali-plugin (the calibration plug-in alone), lasercali-calc (the
+# calculation nodes' plug-in alone), lasercali-tools (libkiv, libsunxi_cam,
+# kivrun, stripe-inspect, sim-pictures, scenarios, docs, manual pages) and
+# lasercali-dev (headers, CMake package, pkg-config), and checks them with
+# lintian.
 #
 # usage: scripts/package.sh [ARCH]
 #   ARCH  amd64 (the default on an amd64 machine), arm64 or armhf; the ARM
@@ -62,7 +64,7 @@ rm -rf out/packages/_CPack_Packages
 
 version=$(sed -n 's/^#define LASERCALI_VERSION "\(.*\)"$/\1/p' "$build/generated/lasercali_version.h")
 set --
-for package in plugin tools dev; do
+for package in plugin calc tools dev; do
   set -- "$@" "out/packages/lasercali-${package}_${version}_$arch.deb"
 done
 ls -l "$@"

@@ -5,8 +5,9 @@
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/deps.sh
-# The install tests also make and check Debian packages and use pkg-config.
-LASERCALI_PACKAGES="$LASERCALI_PACKAGES pkg-config file dpkg-dev lintian"
+# The install tests also make and check Debian packages and use pkg-config;
+# the manual pages are checked against --help with help2man.
+LASERCALI_PACKAGES="$LASERCALI_PACKAGES pkg-config file dpkg-dev lintian help2man"
 lasercali_install_deps
 
 jobs=$(nproc 2>/dev/null || echo 2)

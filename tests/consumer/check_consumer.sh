@@ -29,10 +29,14 @@ cmake -S "$here" -B "$work/build" -Dlasercali_DIR="$prefix/$libdir/cmake/laserca
   >"$work/configure.log" 2>&1 || { cat "$work/configure.log"; fail "configuring the consumer failed"; }
 cmake --build "$work/build" >"$work/build.log" 2>&1 ||
   { cat "$work/build.log"; fail "building the consumer failed"; }
-{ read -r plugin_dir && read -r data_dir; } <"$work/build/package_dirs.txt"
+{ read -r plugin_dir && read -r data_dir && read -r plugin && read -r calc_plugin; } \
+  <"$work/build/package_dirs.txt"
 [ "$plugin_dir" = "$prefix/$libdir/kiv/plugins" ] || fail "lasercali_PLUGIN_DIR is $plugin_dir"
 [ -f "$plugin_dir/liblasercali.so" ] || fail "no plug-in in $plugin_dir"
 [ -f "$data_dir/scenarios/lasercali.json" ] || fail "no scenarios in lasercali_DATA_DIR $data_dir"
+[ "$plugin" = "$plugin_dir/liblasercali.so" ] || fail "lasercali_PLUGIN is $plugin"
+[ "$calc_plugin" = "$plugin_dir/liblasercalc.so" ] && [ -f "$calc_plugin" ] ||
+  fail "lasercali_CALC_PLUGIN is $calc_plugin"
 
 # The installed libraries are found through LD_LIBRARY_PATH. An emulator
 # that sets the target's own LD_LIBRARY_PATH (qemu -E) gets ours in front.

@@ -7,7 +7,7 @@
 //     left frames' luminance, or refuses it with a std::invalid_argument
 //     that names the file;
 //   - as a simulated calculation node checks the pictures it needs
-//     (kivrun::PictureProblem): "" or a short reason;
+//     (calc::PictureProblem): "" or a short reason;
 //   - as stripe-inspect reads a picture (stripetool::ReadPicture), then cuts
 //     the stripe of a picture it takes and draws the cut over it; a refusal
 //     is a std::runtime_error with the message stripe-inspect prints, which
@@ -23,7 +23,7 @@
 #include "platform/sunxi_cam/camera_sim.h"
 #include "src/stripecut.h"
 #include "tests/fuzz/fuzz_support.h"
-#include "tools/kivrun/responders.h"
+#include "tools/calc/picture_files.h"
 #include "tools/stripe_tool/overlay.h"
 #include "tools/stripe_tool/picture_input.h"
 
@@ -49,7 +49,7 @@ void AsCameraImage() {
 }
 
 void AsNeededPicture() {
-  const std::string problem = kivrun::PictureProblem(kPath);
+  const std::string problem = calc::PictureProblem(kPath);
   if (problem == "missing") fuzzsupport::Fail("the picture is there, yet reported missing");
 }
 

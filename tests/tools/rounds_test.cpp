@@ -17,7 +17,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/kivrun/responders.h"
+#include "tools/calc/picture_files.h"
 #include "tools/kivrun/scenario.h"
 
 namespace {
@@ -137,7 +137,7 @@ TEST_F(FactoryRoundTest, WritesExactlyTheLeftAndRightPictureOfEveryDistance) {
     }
   }
   EXPECT_EQ(on_disk, std::set<std::string>(expected.begin(), expected.end()));
-  for (const auto& path : on_disk) EXPECT_EQ(kivrun::PictureProblem(path), "") << path;
+  for (const auto& path : on_disk) EXPECT_EQ(calc::PictureProblem(path), "") << path;
 }
 
 TEST_F(FactoryRoundTest, TheFinalKind4ResultCarriesThePlaneAndCheckNodesValues) {

@@ -1,11 +1,15 @@
 #include "tools/kivrun/event_log.h"
 
 #include <rapidjson/ostreamwrapper.h>
+#include <rapidjson/pointer.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
+#include <stdexcept>
 #include <utility>
 #include <vector>
+
+#include "tools/kivrun/scenario.h"
 
 namespace kivrun {
 
@@ -146,6 +150,30 @@ class Utf8Writer {
   std::vector<std::pair<std::string, std::string>> raw_;
 };
 
+std::string Text(const rapidjson::Value& value) {
+  return std::string(value.GetString(), value.GetStringLength());
+}
+
+std::string Unhex(const std::string& hex) {
+  auto digit = [](char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+  };
+  std::string bytes;
+  for (std::size_t i = 0; i + 1 < hex.size(); i += 2) {
+    const int high = digit(hex[i]), low = digit(hex[i + 1]);
+    if (high < 0 || low < 0) break;
+    bytes.push_back(static_cast<char>(high << 4 | low));
+  }
+  if (bytes.size() * 2 != hex.size()) {
+    throw std::invalid_argument("\"bytes_hex\" has \"" + Printable(hex) +
+                                "\", which is not bytes in hexadecimal");
+  }
+  return bytes;
+}
+
 }  // namespace
 
 void EventLog::Write(const char* kind, const rapidjson::Value& fields) {
@@ -238,6 +266,62 @@ ConsoleTap::int_type ConsoleTap::overflow(int_type c) {
 std::streamsize ConsoleTap::xsputn(const char* s, std::streamsize n) {
   for (std::streamsize i = 0; i < n; ++i) overflow(traits_type::to_int_type(s[i]));
   return n;
+}
+
+// Entries are undone from the last: a member name comes before the
+// strings inside its value, whose pointers name it as written.
+void RestoreBytes(rapidjson::Document& event) {
+  const auto found = event.FindMember(EventLog::kBytesHex);
+  if (found == event.MemberEnd()) return;
+  if (!found->value.IsObject()) {
+    throw std::invalid_argument(
+        "\"bytes_hex\" needs an object of JSON Pointers and their bytes in hexadecimal");
+  }
+  std::vector<std::pair<std::string, std::string>> entries;
+  for (const auto& entry : found->value.GetObject()) {
+    if (!entry.value.IsString()) {
+      throw std::invalid_argument(
+          "\"bytes_hex\" needs an object of JSON Pointers and their bytes in hexadecimal");
+    }
+    entries.emplace_back(Text(entry.name), Unhex(Text(entry.value)));
+  }
+  auto& allocator = event.GetAllocator();
+  for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
+    const std::string& key = entry->first;
+    const bool is_name = key.rfind("name:", 0) == 0;
+    const std::string text = is_name ? key.substr(5) : key;
+    const rapidjson::Pointer pointer(text.data(), text.size());
+    const auto& raw = entry->second;
+    const std::string bad = "\"bytes_hex\" names \"" + Printable(key) + "\", which is not ";
+    if (!pointer.IsValid() || pointer.GetTokenCount() == 0 || text == "/bytes_hex") {
+      throw std::invalid_argument(bad + "a JSON Pointer to a string of the event");
+    }
+    if (!is_name) {
+      rapidjson::Value* value = pointer.Get(event);
+      if (value == nullptr || !value->IsString())
+        throw std::invalid_argument(bad + "a string of the event");
+      value->SetString(raw.data(), static_cast<rapidjson::SizeType>(raw.size()), allocator);
+      continue;
+    }
+    const std::size_t count = pointer.GetTokenCount();
+    const rapidjson::Pointer parent(pointer.GetTokens(), count - 1);
+    rapidjson::Value* object = parent.Get(event);
+    const auto& token = pointer.GetTokens()[count - 1];
+    rapidjson::Value* name = nullptr;
+    if (object != nullptr && object->IsObject()) {
+      for (auto& member : object->GetObject()) {
+        if (member.name.GetStringLength() == token.length &&
+            std::string(member.name.GetString(), token.length) ==
+                std::string(token.name, token.length)) {
+          name = &member.name;
+          break;
+        }
+      }
+    }
+    if (name == nullptr) throw std::invalid_argument(bad + "a member of the event");
+    name->SetString(raw.data(), static_cast<rapidjson::SizeType>(raw.size()), allocator);
+  }
+  event.EraseMember(event.FindMember(EventLog::kBytesHex));
 }
 
 }  // namespace kivrun

@@ -79,6 +79,13 @@ class Fields {
   rapidjson::Document doc_;
 };
 
+// Puts the exact bytes "bytes_hex" gives back into the strings of `event`
+// they belong to (member names too), and removes it: the event as it was
+// before it was written. Throws std::invalid_argument naming what is wrong
+// when "bytes_hex" is not an object of JSON Pointers to strings of the
+// event and their bytes in hexadecimal.
+void RestoreBytes(rapidjson::Document& event);
+
 // Redirects a standard stream into line events while alive.
 class ConsoleTap : public std::streambuf {
  public:

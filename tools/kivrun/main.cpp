@@ -19,6 +19,7 @@
 #include "platform/sandbox/private_tmp.h"
 #include "tools/command_line.h"
 #include "tools/kivrun/output_file.h"
+#include "tools/kivrun/picture_option.h"
 #include "tools/kivrun/progress.h"
 #include "tools/kivrun/replay.h"
 #include "tools/kivrun/runner.h"
@@ -30,11 +31,13 @@ namespace {
 constexpr char kUsage[] = R"usage(usage: kivrun [OPTIONS] [SCENARIO.json]
        kivrun [OPTIONS] --replay OLD.jsonl
 
-Loads the calibration node plug-in into a host framework, builds the node
-from its JSON configuration, plays the scenario's steps against it on a
-virtual clock and writes an event log: JSON Lines, one event per line, in
-the order things happened (console lines, publications with their trace
-tags and fields, inputs sent, JSON replies, timers, exceptions).
+Loads node plug-ins into a host framework (the calibration node's, others
+with --plugin and those the scenario names), builds the node under test
+from its JSON configuration and the scenario's other nodes from theirs,
+plays the scenario's steps against it on a virtual clock and writes an
+event log: JSON Lines, one event per line, in the order things happened
+(console lines, publications with their trace tags and fields, inputs
+sent, JSON replies, timers, the calculation nodes' answers, exceptions).
 
 Without a scenario, kivrun builds the node from --config, shows its
 start-up and tears it down.
@@ -48,8 +51,9 @@ shown with the events before it.
 options:
   --config FILE       node configuration (JSON object); replaces the
                       scenario's "config" / "config_file"
-  --plugin PATH       the node plug-in (default: the one installed with
-                      kivrun, or in a build folder the one built with it)
+  --plugin PATH       a node plug-in to load; again for more (default: the
+                      calibration plug-in installed with kivrun, or in a
+                      build folder the one built with it)
   --log FILE          write the event log to FILE (default: standard output)
   --replay OLD.jsonl  play the inputs recorded in the event log OLD.jsonl
                       and compare the new log with it (exit code 5 when
@@ -93,16 +97,17 @@ may be shortened to any prefix that names only it ("--con" for --config);
 "--" ends the options.
 
 exit codes: 0 the scenario ran to its end; 1 the scenario is wrong (the
-message names the file and the step); 2 bad command line, or the log, the
-trace, standard output, the report or the pictures could not be written; 3
-the plug-in could not be loaded or the node could not be built; 4 a "repeat"
-or "wait" step did not get its answer within its limit (the message says
-what came instead); 5 --replay: the new log differs from the old one (the
-first difference is shown); 6 no private /tmp could be had for the node (the
-message says why; --machine-tmp runs without one). A replay that gives the
-same log exits with 0, whatever the recorded round's own exit code was; an
-old log that cannot be replayed (not an event log, damaged, cut short) gives
-1, naming its file and line.
+message names the file and the step), or a plug-in could not be loaded
+(the message names the file); 2 bad command line, or the log, the trace,
+standard output, the report or the pictures could not be written; 3 a
+node could not be built; 4 a "repeat" or "wait" step did not get its answer
+within its limit (the message says what came instead); 5 --replay: the
+new log differs from the old one (the first difference is shown); 6
+no private /tmp could be had for the node (the message says why;
+--machine-tmp runs without one). A replay that gives the same log exits
+with 0, whatever the recorded round's own exit code was; an old log that
+cannot be replayed (not an event log, damaged, cut short) gives 1, naming
+its file and line.
 
 The scenario format and the event log are described in docs/kivrun.md.
 )usage";
@@ -145,46 +150,6 @@ const std::vector<toolcli::Option> kOptions = {
     {"pictures", 0, "a folder", kPictures},
 };
 
-// The folder of --pictures, absolute, so that the camera finds it from any
-// working folder and a replay of the log too. Throws UsageError when it is
-// not a folder, or is where the node writes its own pictures: the round
-// would overwrite what it reads.
-std::string PictureFolder(const std::string& value) {
-  namespace fs = std::filesystem;
-  std::error_code error;
-  const fs::path dir = fs::absolute(value, error).lexically_normal();
-  if (error || !fs::is_directory(dir, error)) {
-    throw toolcli::UsageError("--pictures needs a folder, not '" + value + "'" +
-                              (fs::exists(dir, error) ? "" : " (there is no such folder)"));
-  }
-  std::string text = dir.string();
-  if (text.size() > 1 && text.back() == '/') text.pop_back();
-  const fs::path in_tmp = fs::path(text).lexically_relative("/tmp");
-  const std::string top = in_tmp.empty() ? "" : in_tmp.begin()->string();
-  if (text == "/tmp" || top == "left" || top == "right" || top == "pic") {
-    throw toolcli::UsageError("--pictures " + text +
-                              " is where the node writes its own pictures, which the round "
-                              "would overwrite; copy them to another folder first");
-  }
-  return text;
-}
-
-// Puts the camera setting {"pictures": DIR} before the scenario's first
-// step: it is logged as a camera_settings event of step 0.
-void ShowPictures(const std::string& dir, kivrun::Scenario* scenario) {
-  rapidjson::StringBuffer text;
-  rapidjson::Writer<rapidjson::StringBuffer> writer(text);
-  writer.StartObject();
-  writer.Key("pictures");
-  writer.String(dir.c_str(), static_cast<rapidjson::SizeType>(dir.size()));
-  writer.EndObject();
-  kivrun::Step step;
-  step.number = 0;
-  step.kind = kivrun::Step::Kind::kCamera;
-  step.value = kivrun::JsonText::FromText(text.GetString());
-  scenario->steps.insert(scenario->steps.begin(), std::move(step));
-}
-
 // toolcli's options take a value always or never; --echo takes one only in
 // the form "--echo=raw". A first pass of getopt_long over the same options,
 // with --echo's value optional, finds the arguments "--echo=VALUE" (under
@@ -217,17 +182,20 @@ std::vector<std::pair<bool, std::string>> TakeEchoValues(std::vector<std::string
   return values;
 }
 
-// The plug-in loaded without --plugin: in the build folder the one built
-// with kivrun, anywhere else the one installed beside it
-// (KIVRUN_INSTALLED_PLUGIN, relative to the folder kivrun is in).
-std::string DefaultPlugin() {
+// Where kivrun finds its plug-ins: in its build folder the ones built with
+// it, anywhere else the ones installed beside it (KIVRUN_INSTALLED_PLUGINS,
+// relative to the folder kivrun is in).
+void FindPlugins(kivrun::Options* options) {
   char self[PATH_MAX];
   const ssize_t length = readlink("/proc/self/exe", self, sizeof(self) - 1);
-  if (length <= 0) return KIVRUN_BUILT_PLUGIN;
-  const std::string path(self, static_cast<size_t>(length));
+  const std::string path = length > 0 ? std::string(self, static_cast<size_t>(length)) : "";
   const std::string folder = path.substr(0, path.rfind('/') + 1);
-  if (folder == KIVRUN_BUILD_FOLDER "/") return KIVRUN_BUILT_PLUGIN;
-  return folder + KIVRUN_INSTALLED_PLUGIN;
+  if (length <= 0 || folder == KIVRUN_BUILD_FOLDER "/") {
+    options->built_plugins = {{"liblasercali.so", KIVRUN_BUILT_PLUGIN},
+                              {"liblasercalc.so", KIVRUN_BUILT_CALC_PLUGIN}};
+  } else {
+    options->plugin_folder = folder + KIVRUN_INSTALLED_PLUGINS;
+  }
 }
 
 int UsageError(const std::string& message) {
@@ -252,7 +220,9 @@ int StdoutWritten() {
 
 int main(int argc, char** argv) {
   kivrun::Options options;
-  options.plugin = DefaultPlugin();
+  FindPlugins(&options);
+  options.plugins = {kivrun::FindPlugin(options, "liblasercali.so")};
+  bool plugin_given = false;
   std::string scenario_path, config_path, log_path, trace_path, pictures_out, replay_path;
   std::string pictures;
   bool echo = false, progress = false, private_tmp = false, machine_tmp = false;
@@ -279,7 +249,10 @@ int main(int argc, char** argv) {
           config_path = value;
           break;
         case kPlugin:
-          options.plugin = value;
+          // The first --plugin takes the default's place; the others come after it.
+          if (!plugin_given) options.plugins.clear();
+          plugin_given = true;
+          options.plugins.push_back(value);
           break;
         case kLog:
           log_path = value;
@@ -306,7 +279,7 @@ int main(int argc, char** argv) {
           replay_path = value;
           break;
         case kPictures:
-          pictures = PictureFolder(value);
+          pictures = kivrun::PictureFolder(value);
           break;
         case kProgress:
           progress = true;
@@ -367,7 +340,7 @@ int main(int argc, char** argv) {
     if (!scenario_path.empty()) scenario = kivrun::LoadScenario(scenario_path);
     if (!config_path.empty()) scenario.config = kivrun::ReadJsonFile(config_path);
     if (scenario.path.empty()) scenario.path = config_path;
-    if (!pictures.empty()) ShowPictures(pictures, &scenario);
+    if (!pictures.empty()) kivrun::ShowPictures(pictures, &scenario);
   } catch (const kivrun::ScenarioError& e) {
     std::cerr << "kivrun: " << e.what() << "\n";
     return kivrun::kScenarioError;
@@ -396,7 +369,9 @@ int main(int argc, char** argv) {
     return kivrun::kNoPrivateTmp;
   }
   if (tmp.entered()) {
-    options.plugin = tmp.Outer(options.plugin);
+    // kivrun's own plug-ins lie where kivrun does, which stays in sight.
+    for (std::string& plugin : options.plugins) plugin = tmp.Outer(plugin);
+    for (std::string& plugin : scenario.plugins) plugin = tmp.Outer(plugin);
     log_path = tmp.Outer(log_path);
     trace_path = tmp.Outer(trace_path);
     options.report_dir = tmp.Outer(options.report_dir);

@@ -1,6 +1,5 @@
 #include "tools/kivrun/replay.h"
 
-#include <rapidjson/pointer.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
@@ -152,79 +151,6 @@ class Line {
   const rapidjson::Value& event_;
   std::string kind_;
 };
-
-std::string Unhex(const std::string& hex, const Line& line) {
-  auto digit = [](char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-  };
-  std::string bytes;
-  for (std::size_t i = 0; i + 1 < hex.size(); i += 2) {
-    const int high = digit(hex[i]), low = digit(hex[i + 1]);
-    if (high < 0 || low < 0) break;
-    bytes.push_back(static_cast<char>(high << 4 | low));
-  }
-  if (bytes.size() * 2 != hex.size()) {
-    line.Fail("\"bytes_hex\" has \"" + Printable(hex) + "\", which is not bytes in hexadecimal");
-  }
-  return bytes;
-}
-
-// Puts the exact bytes of "bytes_hex" back into the strings they belong to,
-// and removes it. Entries are undone from the last: a member name comes
-// before the strings inside its value, whose pointers name it as written.
-void RestoreBytes(rapidjson::Document& event, const Line& line) {
-  const auto found = event.FindMember(EventLog::kBytesHex);
-  if (found == event.MemberEnd()) return;
-  if (!found->value.IsObject()) {
-    line.Fail("\"bytes_hex\" needs an object of JSON Pointers and their bytes in hexadecimal");
-  }
-  std::vector<std::pair<std::string, std::string>> entries;
-  for (const auto& entry : found->value.GetObject()) {
-    if (!entry.value.IsString()) {
-      line.Fail("\"bytes_hex\" needs an object of JSON Pointers and their bytes in hexadecimal");
-    }
-    entries.emplace_back(Text(entry.name), Unhex(Text(entry.value), line));
-  }
-  auto& allocator = event.GetAllocator();
-  for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
-    const std::string& key = entry->first;
-    const bool is_name = key.rfind("name:", 0) == 0;
-    const std::string text = is_name ? key.substr(5) : key;
-    const rapidjson::Pointer pointer(text.data(), text.size());
-    const auto& raw = entry->second;
-    const std::string bad = "\"bytes_hex\" names \"" + Printable(key) + "\", which is not ";
-    if (!pointer.IsValid() || pointer.GetTokenCount() == 0 || text == "/bytes_hex") {
-      line.Fail(bad + "a JSON Pointer to a string of the event");
-    }
-    if (!is_name) {
-      rapidjson::Value* value = pointer.Get(event);
-      if (value == nullptr || !value->IsString()) line.Fail(bad + "a string of the event");
-      value->SetString(raw.data(), static_cast<rapidjson::SizeType>(raw.size()), allocator);
-      continue;
-    }
-    const std::size_t count = pointer.GetTokenCount();
-    const rapidjson::Pointer parent(pointer.GetTokens(), count - 1);
-    rapidjson::Value* object = parent.Get(event);
-    const auto& token = pointer.GetTokens()[count - 1];
-    rapidjson::Value* name = nullptr;
-    if (object != nullptr && object->IsObject()) {
-      for (auto& member : object->GetObject()) {
-        if (member.name.GetStringLength() == token.length &&
-            std::string(member.name.GetString(), token.length) ==
-                std::string(token.name, token.length)) {
-          name = &member.name;
-          break;
-        }
-      }
-    }
-    if (name == nullptr) line.Fail(bad + "a member of the event");
-    name->SetString(raw.data(), static_cast<rapidjson::SizeType>(raw.size()), allocator);
-  }
-  event.EraseMember(event.FindMember(EventLog::kBytesHex));
-}
 
 // The members after "t" and "event", as a JSON object.
 std::string MembersOf(const rapidjson::Value& event) {
@@ -396,7 +322,11 @@ Recording ReadRecording(const std::string& path) {
     last_t = t;
     recording.lines.push_back(text);
     recording.compared.push_back(Compared(event));
-    RestoreBytes(event, line);
+    try {
+      RestoreBytes(event);
+    } catch (const std::invalid_argument& e) {
+      line.Fail(e.what());
+    }
 
     if (kind == "version") {
       recording.commit_tag = line.NeedText("commit");
@@ -409,12 +339,22 @@ Recording ReadRecording(const std::string& path) {
       end_line = number;
       continue;
     }
+    if (kind == "load") {
+      recording.plugins.push_back(line.NeedText("plugin", true));
+      continue;
+    }
     if (kind == "build") {
-      if (built) line.Fail("a second \"build\" event");
-      built = true;
-      recording.node_id = line.NeedText("node");
-      recording.config = Minified(line.Need(
+      const std::string node = line.NeedText("node");
+      const std::string config = Minified(line.Need(
           "config", [](const rapidjson::Value&) { return true; }, "the configuration"));
+      // The first is the node under test; the others are the round's other nodes.
+      if (built) {
+        recording.nodes.emplace_back(node, config);
+      } else {
+        recording.node_id = node;
+        recording.config = config;
+      }
+      built = true;
       continue;
     }
     const bool input = kInputs.count(kind) != 0 && (kind != "error" || event.HasMember("step"));
@@ -449,59 +389,6 @@ Recording ReadRecording(const std::string& path) {
                       "there is nothing to replay");
   }
   return recording;
-}
-
-void LogComparison::Add(const std::string& line) {
-  ++count_;
-  rapidjson::Document event;
-  const bool is_event = ParseRecordedText(&event, line) && IsEvent(event);
-  if (is_event && Text((event.MemberBegin() + 1)->value) == "version") {
-    for (auto [key, tag] : {std::pair<const char*, std::string*>{"commit", &commit_tag_},
-                            {"framework", &framework_tag_}}) {
-      const auto it = event.FindMember(key);
-      if (it != event.MemberEnd() && it->value.IsString()) *tag = Text(it->value);
-    }
-  }
-  if (differs_at_ != 0) return;
-  if (count_ > old_.lines.size() ||
-      (is_event ? Compared(event) : line) != old_.compared[count_ - 1]) {
-    differs_at_ = count_;
-    new_line_ = line;
-  }
-}
-
-std::size_t LogComparison::FirstDifference() const {
-  if (differs_at_ != 0) return differs_at_;
-  return count_ < old_.lines.size() ? count_ + 1 : 0;
-}
-
-std::string LogComparison::Report(const std::string& replay, std::size_t context) const {
-  const std::size_t at = FirstDifference();
-  if (at == 0) return "";
-  const std::size_t width = std::to_string(at).size();
-  auto number = [width](std::size_t n) {
-    std::string text = std::to_string(n);
-    return std::string(width - text.size(), ' ') + text;
-  };
-  std::string out = "the replay differs from " + old_.path + " at line " + std::to_string(at) +
-                    " (- recorded, + replayed):\n";
-  for (std::size_t n = at > context ? at - context : 1; n < at; ++n) {
-    out += "    " + number(n) + "  " + old_.lines[n - 1] + "\n";
-  }
-  out += "  - " + number(at) + "  " +
-         (at <= old_.lines.size()
-              ? old_.lines[at - 1]
-              : "(" + old_.path + " ends after line " + std::to_string(old_.lines.size()) + ")") +
-         "\n";
-  out += "  + " + number(at) + "  " +
-         (differs_at_ == at ? new_line_
-                            : "(the replay's log ends after line " + std::to_string(count_) + ")") +
-         "\n";
-  out += "  the events before line " + std::to_string(at) +
-         " are the same in both; the replay's "
-         "log is " +
-         replay + "\n";
-  return out;
 }
 
 }  // namespace kivrun

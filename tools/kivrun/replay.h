@@ -30,6 +30,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tools/kivrun/scenario.h"
@@ -65,8 +66,12 @@ struct RecordedEvent {
 
 struct Recording {
   std::string path;
-  std::string node_id;  // of the "build" event
+  std::string node_id;  // of the first "build" event: the node under test
   std::string config;   // the configuration the builder got (JSON text)
+  // The plug-ins of the "load" events, by file name, in order.
+  std::vector<std::string> plugins;
+  // The other nodes of the later "build" events: ID and configuration (JSON text).
+  std::vector<std::pair<std::string, std::string>> nodes;
   // The events the replay acts on, in order: the steps above, "responder",
   // "matched", "error" with a "step", "teardown".
   std::vector<RecordedEvent> inputs;

@@ -1,29 +1,29 @@
 // Runs one scenario against a node plug-in inside a host framework and
 // writes the event log.
 //
-// The runner loads the plug-in, builds the node from the scenario's
-// configuration, watches every topic the node advertises, plays the steps
-// in order and tears the node down. Console lines of the node, its
-// publications (with trace tag and every field), the inputs the scenario
-// sends, JSON replies, timers added and deleted, version tags and every
-// exception that left a handler, a timer callback or the builder are
-// written to the log in the order they happened.
+// The runner loads the plug-ins (those of the options, then the scenario's
+// own), builds the node under test from the scenario's configuration and
+// then the scenario's other nodes, watches every topic the node under test
+// advertises, plays the steps in order and tears the node down. Console
+// lines, the node's publications (with trace tag and every field), the
+// inputs the scenario sends, JSON replies, the node's timers added and
+// deleted, its version tags, the calculation nodes' answers (with the
+// camera simulator's truth beside a computed one) and every exception that
+// left a handler, a timer callback or a builder are written to the log in
+// the order they happened. The other nodes are the world around the node
+// under test: the log shows that they were built, and their answers, not
+// their own framework events.
 //
 // ReplayRecording plays a recorded log's inputs instead of a scenario (see
-// replay.h) and compares the new log with the recorded one as it is
-// written: the node is built from the recorded configuration; before each
-// recorded input the virtual clock moves on to the input's time, running the
-// timers that fall due on the way, as the recorded run did; the steps are
-// played again (sends, JSON commands, clock steps, camera settings, notes,
-// the trace and frame logging); the simulated calculation nodes take the
-// node's requests as set up, and answer each with the next answer the
-// recording has for them, after the recorded delay; the runner's own
-// "matched" and "error" events and the teardown come where they came.
+// replay.h and replay_player.h) and compares the new log with the recorded
+// one as it is written.
 #ifndef LASERCALI_TOOLS_KIVRUN_RUNNER_H_
 #define LASERCALI_TOOLS_KIVRUN_RUNNER_H_
 
 #include <iosfwd>
+#include <map>
 #include <string>
+#include <vector>
 
 #include "tools/kivrun/event_log.h"
 #include "tools/kivrun/replay.h"
@@ -34,7 +34,14 @@ namespace kivrun {
 class Progress;
 
 struct Options {
-  std::string plugin;                   // path of the node plug-in
+  // The plug-ins loaded first, in order (--plugin); the scenario's own
+  // ("plugins") come after them.
+  std::vector<std::string> plugins;
+  // Where a plug-in named by its file name alone is found (FindPlugin): in
+  // kivrun's build folder the plug-ins built with it (name -> path), else
+  // the folder of the plug-ins installed beside kivrun.
+  std::map<std::string, std::string> built_plugins;
+  std::string plugin_folder;
   std::ostream* echo = nullptr;         // where to copy the node's console lines, or null
   bool fold_echo = true;                // fold runs of the same echoed line (EchoFold)
   std::ostream* trace_times = nullptr;  // where the framework writes delivery times, or null
@@ -47,13 +54,17 @@ struct Options {
 // Exit codes of kivrun.
 enum ExitCode {
   kOk = 0,
-  kScenarioError = 1,
+  kScenarioError = 1,  // and a plug-in that cannot be loaded, or a node no plug-in registers
   kUsageError = 2,
-  kNodeError = 3,
+  kNodeError = 3,      // a builder threw, or returned no node
   kNoAnswer = 4,       // a "repeat" or "wait" step ran out before its answer came
   kReplayDiffers = 5,  // --replay: the new log differs from the recorded one
   kNoPrivateTmp = 6,   // --private-tmp: the process could not have a /tmp of its own
 };
+
+// The file of the plug-in `name`: a name with a folder as it is, a file name
+// alone where `options` say the plug-ins are.
+std::string FindPlugin(const Options& options, const std::string& name);
 
 // Plays `scenario`; returns an ExitCode. With a progress display, the
 // finished "repeat" and "wait" steps and, at the end, the round's summary are

@@ -127,11 +127,21 @@ inline constexpr char kTextPrefix[] = "text_prefix";
 // timer, 10 ms of main loop time.
 inline constexpr int64_t kTickUs = 10000;
 
+// A node of the round besides the node under test.
+struct OtherNode {
+  std::string node_id;
+  std::shared_ptr<rapidjson::Document> config;
+};
+
 struct Scenario {
   std::string path;
   std::string description;
   std::string node_id = "KivNodeLaserCali";
   std::shared_ptr<rapidjson::Document> config;  // null when the scenario names none
+  // Plug-ins to load besides kivrun's (a file name alone, or a path: made
+  // relative to the scenario's folder when it is read).
+  std::vector<std::string> plugins;
+  std::vector<OtherNode> nodes;  // built after the node under test, in order
   std::vector<Step> steps;
 };
 
@@ -172,6 +182,18 @@ std::shared_ptr<rapidjson::Document> ParseJsonText(const std::string& text, cons
 // A text for messages: control characters, quotes and backslashes escaped
 // as in JSON (a NUL shows as \u0000), every other byte as it is.
 std::string Printable(const std::string& text);
+
+// A file a scenario names: absolute as it is, else relative to the
+// scenario's folder.
+std::string BesideScenario(const std::string& scenario, const std::string& file);
+
+// The members "plugins" and "nodes" of the scenario file `path`, checked:
+// plug-in files (a file name alone kept as it is, a path made relative to
+// the scenario's folder) and the other nodes with their configurations
+// (a "config_file" read beside the scenario). Throw ScenarioError naming the
+// file and what is wrong.
+std::vector<std::string> ReadPlugins(const rapidjson::Value& value, const std::string& path);
+std::vector<OtherNode> ReadNodes(const rapidjson::Value& value, const std::string& path);
 
 // Reads and checks a scenario file. A "config_file" is read relative to the
 // scenario's folder.

@@ -1,0 +1,79 @@
+// The configuration of a calculation node of liblasercalc.so.
+//
+// Each node is built from a JSON object (docs/calibration.md, "The
+// configuration"): the pictures it reads (a list, or the folders they are
+// in), the camera model (the values, or a file holding them), the target's
+// wall height, thresholds, the failure code of a refusal and how long
+// after a request the answer comes. ReadCalcConfig checks every member, one
+// by one, and refuses what it cannot use with CalcConfigError and one line
+// that begins with the node's ID and names the member: an unknown member, a
+// value of the wrong type or out of its range, a folder that is not there,
+// a picture list the node cannot read its laser and distance from. Nothing
+// is read but the camera model's file, and no picture.
+#ifndef LASERCALI_TOOLS_CALC_CALC_CONFIG_H_
+#define LASERCALI_TOOLS_CALC_CALC_CONFIG_H_
+
+#include <rapidjson/document.h>
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "tools/calc/distance.h"
+#include "tools/calc/geometry.h"
+#include "tools/calc/laser_calibration.h"
+
+namespace calc {
+
+// The four nodes of the plug-in, in the order of calctopics::kCalcNodes.
+enum class NodeKind { kPlane, kCheck, kDistance, kCameraParam };
+
+// A node's ID in the framework's registry ("KivNodeLaserCalcPlane", ...).
+const char* NodeId(NodeKind kind);
+// Its short name, which its reports carry ("plane", "check", "distance",
+// "ieparam").
+const char* NodeShortName(NodeKind kind);
+
+class CalcConfigError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// The size of a chessboard, in inner corners.
+struct BoardSize {
+  int columns = 9;
+  int rows = 6;
+};
+
+struct CalcConfig {
+  NodeKind kind = NodeKind::kPlane;
+  // The pictures, in the order they are read: plane and check nodes the
+  // left laser's and the right laser's stripe pictures (any order), the
+  // distance node the left laser's then the right laser's, the camera
+  // parameter node the chessboard.
+  std::vector<std::string> pictures;
+  int64_t refuse = kPictureRefused;  // the failure code of a refusal
+  int64_t delay_us = 10000;          // from a request to its answer
+  Camera camera;                     // plane, check, distance
+  double wall_height = 0;            // cm; plane, check
+  CalibrationOptions calibration;    // plane: min_points, max_rms
+  double max_rms_px = kCheckMaxRms;  // check
+  double max_worst_px = kCheckMaxWorst;
+  double max_apart = kMaxDisagreement;  // distance: cm between the two lasers' walls
+  // distance: the planes to measure with until a plane node has sent some
+  // (a stop-gap; docs/calibration.md).
+  bool has_fallback = false;
+  Plane fallback[2];
+  BoardSize board;  // camera parameters
+};
+
+// The largest camera model file read (bytes).
+inline constexpr int64_t kMaxCameraFileBytes = 65536;
+
+// Reads and checks the configuration of a node of `kind` (see above).
+CalcConfig ReadCalcConfig(NodeKind kind, const rapidjson::Value& config);
+
+}  // namespace calc
+
+#endif  // LASERCALI_TOOLS_CALC_CALC_CONFIG_H_

@@ -1,0 +1,68 @@
+// The computing calculation nodes of a round: nodes of the calculation
+// plug-in (liblasercalc.so) that kivrun builds for "responder" steps with
+// "compute" (docs/kivrun.md, docs/calibration.md).
+//
+// For such a step CalcPluginNodes builds the plug-in's node of that kind,
+// loading the plug-in first when no plug-in loaded so far registers it
+// (quietly: the event log shows the step's "responder" event, and then the
+// node's answers). The node's configuration holds what the step says (the
+// pictures, the refusal code, the delay) and what the host knows of the
+// round: the camera model and the wall's height, taken from the camera
+// simulator's truth when the step plays, and for the distance node the true
+// laser planes as the planes to measure with until a plane node has sent
+// some (a stop-gap, docs/calibration.md). The node is named "kivrun/<node>",
+// which names its answer timer and its answers' trace tag too.
+//
+// Such a node is the host's helper, not the node under test: while it is
+// built the node watch is muted, and its timers are not logged. A later
+// step for the same node replaces it: the node built before is destroyed
+// first (with any answer it still owed), since two nodes of a kind would
+// both answer. Clear() destroys them all; it must come before the plug-ins
+// are unloaded.
+#ifndef LASERCALI_TOOLS_KIVRUN_CALC_PLUGIN_NODES_H_
+#define LASERCALI_TOOLS_KIVRUN_CALC_PLUGIN_NODES_H_
+
+#include <map>
+#include <memory>
+#include <string>
+
+#include "framework/kiv_node.h"
+#include "tools/kivrun/answer_watch.h"
+#include "tools/kivrun/node_watch.h"
+#include "tools/kivrun/responders.h"
+#include "tools/kivrun/round_context.h"
+
+namespace kivrun {
+
+// The calculation plug-in's file name.
+inline constexpr char kCalcPlugin[] = "liblasercalc.so";
+
+class CalcPluginNodes : public ComputingNodes {
+ public:
+  CalcPluginNodes(RoundContext& round, NodeWatch& node_watch, AnswerWatch& answer_watch)
+      : round_(round), node_watch_(node_watch), answer_watch_(answer_watch) {}
+  ~CalcPluginNodes() override { Clear(); }
+  CalcPluginNodes(const CalcPluginNodes&) = delete;
+  CalcPluginNodes& operator=(const CalcPluginNodes&) = delete;
+
+  void Compute(const ResponderSetting& setting) override;
+  void Retire(const std::string& node) override {
+    nodes_.erase(node);
+    configs_.erase(node);
+  }
+  void Clear() {
+    nodes_.clear();
+    configs_.clear();
+  }
+
+ private:
+  RoundContext& round_;
+  NodeWatch& node_watch_;
+  AnswerWatch& answer_watch_;
+  std::map<std::string, std::unique_ptr<kiv::KivNode>> nodes_;
+  std::map<std::string, std::string> configs_;  // node -> its configuration, minified
+};
+
+}  // namespace kivrun
+
+#endif  // LASERCALI_TOOLS_KIVRUN_CALC_PLUGIN_NODES_H_
