@@ -12,6 +12,9 @@
 #include <stdexcept>
 #include <utility>
 
+#include "platform/sunxi_cam/board_light.h"
+#include "platform/sunxi_cam/lens.h"
+#include "platform/sunxi_cam/physical.h"
 #include "platform/sunxi_cam/picture_file.h"
 #include "platform/sunxi_cam/scene.h"
 #include "platform/sunxi_cam/sim_state.h"
@@ -120,22 +123,32 @@ struct Rendered {
   bool valid = false;
   Scene scene;
   double scale = 0;
+  int exposure = 0, gain = 0;
   std::vector<uint8_t> luma;
 };
 
-// Writes the scene's luminance plane for `lasers` at brightness `scale` to
-// `out`, rendering it only when the last rendering for `lasers` was of
-// another scene or brightness.
-void RenderOrRecall(const Scene& scene, unsigned lasers, double scale, uint8_t* out) {
+// Writes the scene's luminance plane for `lasers` to `out`: the ideal
+// renderer's at brightness `scale`, the physical renderer's at the sensor's
+// `exposure` and `gain`. It renders only when the last rendering for
+// `lasers` was of another scene or setting.
+void RenderOrRecall(const Scene& scene, unsigned lasers, double scale, int exposure, int gain,
+                    uint8_t* out) {
   static std::array<Rendered, 16> rendered;
   Rendered& last = rendered[lasers & 15u];
   if (!last.valid || !SameScene(last.scene, scene) ||
-      std::memcmp(&last.scale, &scale, sizeof scale) != 0) {
+      std::memcmp(&last.scale, &scale, sizeof scale) != 0 || last.exposure != exposure ||
+      last.gain != gain) {
     last.valid = false;
     last.luma.resize(kLumaBytes);
-    RenderLuminance(scene, lasers, scale, last.luma.data());
+    if (scene.renderer == Renderer::kPhysical) {
+      RenderPhysical(scene, lasers, exposure, gain, last.luma.data());
+    } else {
+      RenderLuminance(scene, lasers, scale, last.luma.data());
+    }
     last.scene = scene;
     last.scale = scale;
+    last.exposure = exposure;
+    last.gain = gain;
     last.valid = true;
   }
   std::memcpy(out, last.luma.data(), kLumaBytes);
@@ -193,8 +206,13 @@ const std::vector<uint8_t>& Frame(uint64_t laser) {
     }
   }
   const double scale = BrightnessScale();
-  if (image.empty()) {
-    RenderOrRecall(cam.settings.scene, lasers, scale, frame.data());
+  if (image.empty() && cam.settings.scene.renderer == Renderer::kPhysical) {
+    // The sensor's own setting; none before the first one is accepted.
+    const bool set = cam.status.exposure_sets > 0;
+    RenderOrRecall(cam.settings.scene, lasers, 1.0, set ? cam.status.exposure : 0,
+                   set ? cam.status.gain : 0, frame.data());
+  } else if (image.empty()) {
+    RenderOrRecall(cam.settings.scene, lasers, scale, 0, 0, frame.data());
   } else if (scale == 1.0) {
     std::memcpy(frame.data(), image.data, kLumaBytes);
   } else {
@@ -360,6 +378,14 @@ SceneTruth Truth() {
   truth.wall = scene.wall;
   truth.distance = scene.distance;
   truth.wall_height = scene.wall_height;
+  truth.camera_pose = PoseOf(scene.camera);
+  truth.board.on = scene.board.on;
+  truth.board.cols = scene.board.cols;
+  truth.board.rows = scene.board.rows;
+  truth.board.square = scene.board.square;
+  truth.board.margin = scene.board.margin;
+  truth.board.pose = BoardPose(scene.board);
+  truth.renderer = scene.renderer;
   return truth;
 }
 
@@ -523,7 +549,10 @@ bool SunxiCam::setExposureGain(int exposure, int gain) {
     cam.status.exposure = exposure;
     cam.status.gain = gain;
     ++cam.status.exposure_sets;
-    if (changed && cam.settings.scene.exposure_scaling) sim::ClearCache();
+    const sim::Scene& scene = cam.settings.scene;
+    if (changed && (scene.exposure_scaling || scene.renderer == sim::Renderer::kPhysical)) {
+      sim::ClearCache();
+    }
   }
   if (cam.observer) cam.observer->OnSetExposureGain(exposure, gain, ok, reason);
   return ok;
