@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -80,15 +81,23 @@ Scene PresetScene(const std::string& preset, const Scene& current, const std::st
     Fail(where, std::string("is not JSON: ") + rapidjson::GetParseError_En(doc.GetParseError()) +
                     " (at byte " + std::to_string(doc.GetErrorOffset()) + ")");
   }
+  if (!doc.IsObject()) Fail(where, "must hold a JSON object");
   Scene scene;
-  ForEachMember(doc, where,
-                {{"description",
-                  [](const rapidjson::Value& v, const std::string& m) {
-                    if (!v.IsString()) Fail(m, "must be a text");
-                  }},
-                 {"scene", [&scene](const rapidjson::Value& v, const std::string& m) {
-                    ReadScene(v, m, &scene);
-                  }}});
+  try {
+    ForEachMember(doc, "",
+                  {{"description",
+                    [](const rapidjson::Value& v, const std::string& m) {
+                      if (!v.IsString()) Fail(m, "must be a text");
+                    }},
+                   {"scene", [&scene](const rapidjson::Value& v, const std::string& m) {
+                      ReadScene(v, m, &scene);
+                    }}});
+  } catch (const std::invalid_argument& refused) {
+    // "camera sim: scene.x ..." -> "camera sim: preset 'p': scene.x ..."
+    const std::string message = refused.what();
+    const std::string head = "camera sim: ";
+    throw std::invalid_argument(head + where + ": " + message.substr(head.size()));
+  }
   scene.distance = current.distance;
   return scene;
 }
