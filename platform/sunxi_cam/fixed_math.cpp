@@ -1,6 +1,8 @@
 #include "platform/sunxi_cam/fixed_math.h"
 
 #include <cmath>
+#include <cstdint>
+#include <cstring>
 #include <limits>
 
 namespace sunxi_cam::sim::fixed {
@@ -65,7 +67,13 @@ double Exp(double x) {
   // e^r by its Taylor series to the 14th power (the rest is below 1e-17).
   double sum = kInv.c[14];
   for (int n = 13; n >= 0; --n) sum = sum * r + kInv.c[n];
-  return std::ldexp(sum, static_cast<int>(k));
+  const int e = static_cast<int>(k);
+  if (e < -1022 || e > 1023) return std::ldexp(sum, e);
+  // sum 2^e by multiplying with 2^e made from its bits: exact, as ldexp is.
+  const uint64_t bits = static_cast<uint64_t>(e + 1023) << 52;
+  double scale = 0;
+  std::memcpy(&scale, &bits, sizeof scale);
+  return sum * scale;
 }
 
 double Log(double x) {
