@@ -122,14 +122,60 @@ std::string BoardViewProblem(const Scene& scene) {
   return "";
 }
 
+// The pixels the board (with its margin) may throw light on: the box
+// around its outline seen through the lens, widened by the reach of the
+// blur at the outline's depths (`defocus`) and of the pixel's own square,
+// and by 4 pixels for the bow of the edges between the outline's points;
+// the whole picture when part of the outline is not seen.
+struct PixelBox {
+  int u0 = 0, u1 = kWidth - 1, v0 = 0, v1 = kHeight - 1;
+};
+PixelBox BoardBox(const Scene& scene, const Frame& f, const Lens& lens, bool defocus) {
+  const Board& b = scene.board;
+  double blur = 1.0;
+  const double w = 0.5 * (b.cols + 1) * b.square + b.margin;
+  const double h = 0.5 * (b.rows + 1) * b.square + b.margin;
+  double u_min = 1e300, u_max = -1e300, v_min = 1e300, v_max = -1e300;
+  for (int edge = 0; edge < 4; ++edge) {
+    for (int i = 0; i <= 32; ++i) {
+      const double t = -1.0 + i / 16.0;
+      const double X = edge < 2 ? t * w : (edge == 2 ? -w : w);
+      const double Y = edge < 2 ? (edge == 0 ? -h : h) : t * h;
+      const Vec3 p = f.centre + X * f.ex + Y * f.ey;
+      if (!(p.z >= kNear)) return PixelBox();
+      const double x = p.x / p.z, y = p.y / p.z;
+      if (!(x * x + y * y < lens.valid_r2())) return PixelBox();
+      if (defocus) blur = std::max(blur, BlurSigma(scene, p.z));
+      double u = 0, v = 0;
+      lens.Project(x, y, &u, &v);
+      u_min = std::min(u_min, u);
+      u_max = std::max(u_max, u);
+      v_min = std::min(v_min, v);
+      v_max = std::max(v_max, v);
+    }
+  }
+  const double pad = 4 + kReach * blur;
+  PixelBox box;
+  box.u0 = static_cast<int>(std::clamp(std::floor(u_min - pad), 0.0, kWidth - 1.0));
+  box.u1 = static_cast<int>(std::clamp(std::ceil(u_max + pad), 0.0, kWidth - 1.0));
+  box.v0 = static_cast<int>(std::clamp(std::floor(v_min - pad), 0.0, kHeight - 1.0));
+  box.v1 = static_cast<int>(std::clamp(std::ceil(v_max + pad), 0.0, kHeight - 1.0));
+  return box;
+}
+
 void AddBoardLight(const Scene& scene, const Lens& lens, bool defocus, double* light) {
   const Board& b = scene.board;
   const Frame f = FrameOf(b);
+  const PixelBox box = BoardBox(scene, f, lens, defocus);
   const double along_centre = Dot(f.ez, f.centre);
-  for (int v = 0; v < kHeight; ++v) {
-    for (int u = 0; u < kWidth; ++u) {
-      double x = 0, y = 0;
-      if (!lens.Unproject(u, v, &x, &y)) continue;
+  const PixelDirections& directions = DirectionsOf(scene.camera);
+  const double half_width = 0.5 * (b.cols + 1) * b.square + b.margin;
+  const double half_height = 0.5 * (b.rows + 1) * b.square + b.margin;
+  for (int v = box.v0; v <= box.v1; ++v) {
+    for (int u = box.u0; u <= box.u1; ++u) {
+      const std::size_t i = static_cast<std::size_t>(v) * kWidth + u;
+      if (!directions.ok[i]) continue;
+      const double x = directions.x[i], y = directions.y[i];
       const Vec3 d{x, y, 1.0};
       const double along = Dot(f.ez, d);
       if (!(along > 0)) continue;
@@ -143,14 +189,21 @@ void AddBoardLight(const Scene& scene, const Lens& lens, bool defocus, double* l
       const double bx = Dot(f.ex, rel), by = Dot(f.ey, rel);
       const double blur = defocus ? BlurSigma(scene, t) : 0.0;
       const double sigma = std::sqrt(blur * blur + 1.0 / 12.0);
-      const double sx = sigma * std::hypot(Dot(f.ex, dp_du), Dot(f.ex, dp_dv));
-      const double sy = sigma * std::hypot(Dot(f.ey, dp_du), Dot(f.ey, dp_dv));
+      const double xu = Dot(f.ex, dp_du), xv = Dot(f.ex, dp_dv);
+      const double yu = Dot(f.ey, dp_du), yv = Dot(f.ey, dp_dv);
+      const double sx = sigma * std::sqrt(xu * xu + xv * xv);
+      const double sy = sigma * std::sqrt(yu * yu + yv * yv);
       if (!(sx > 0 && sy > 0)) continue;
+      // Beyond the board's edges by more than the blur's reach: no light.
+      if (!(std::fabs(bx) < half_width + kReach * sx &&
+            std::fabs(by) < half_height + kReach * sy)) {
+        continue;
+      }
       const Blurred px = BlurAxis(bx, sx, b.cols + 1, b.square, b.margin);
       const Blurred py = BlurAxis(by, sy, b.rows + 1, b.square, b.margin);
       const double black = 0.5 * (px.inside * py.inside + px.alternating * py.alternating);
       const double reflectance = px.board * py.board - (1.0 - b.black) * black;
-      light[static_cast<std::size_t>(v) * kWidth + u] += b.white * reflectance;
+      light[i] += b.white * reflectance;
     }
   }
 }

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 
 #include "platform/sunxi_cam/fixed_math.h"
 
@@ -123,6 +124,32 @@ Vec3 Lens::ToCamera(Vec3 p) const {
   return {r[0][0] * p.x + r[0][1] * p.y + r[0][2] * p.z + t[0],
           r[1][0] * p.x + r[1][1] * p.y + r[1][2] * p.z + t[1],
           r[2][0] * p.x + r[2][1] * p.y + r[2][2] * p.z + t[2]};
+}
+
+const PixelDirections& DirectionsOf(const CameraModel& camera) {
+  static PixelDirections cache;
+  static bool valid = false;
+  static CameraModel cached;
+  const double now[9] = {camera.fx, camera.fy, camera.cx, camera.cy, camera.k1,
+                         camera.k2, camera.p1, camera.p2, camera.k3};
+  const double then[9] = {cached.fx, cached.fy, cached.cx, cached.cy, cached.k1,
+                          cached.k2, cached.p1, cached.p2, cached.k3};
+  if (valid && std::memcmp(now, then, sizeof now) == 0) return cache;
+  valid = false;
+  const Lens lens(camera);
+  const std::size_t n = static_cast<std::size_t>(kWidth) * kHeight;
+  cache.x.assign(n, 0.0);
+  cache.y.assign(n, 0.0);
+  cache.ok.assign(n, 0);
+  for (int v = 0; v < kHeight; ++v) {
+    for (int u = 0; u < kWidth; ++u) {
+      const std::size_t i = static_cast<std::size_t>(v) * kWidth + u;
+      cache.ok[i] = lens.Unproject(u, v, &cache.x[i], &cache.y[i]) ? 1 : 0;
+    }
+  }
+  cached = camera;
+  valid = true;
+  return cache;
 }
 
 std::string FoldProblem(const CameraModel& camera) {

@@ -19,7 +19,9 @@
 #ifndef LASERCALI_PLATFORM_SUNXI_CAM_LENS_H_
 #define LASERCALI_PLATFORM_SUNXI_CAM_LENS_H_
 
+#include <cstdint>
 #include <string>
+#include <vector>
 
 #include "platform/sunxi_cam/camera_sim.h"
 
@@ -64,6 +66,17 @@ class Lens {
   CameraPose pose_{};
   Vec3 centre_{};
 };
+
+// Every pixel's normalised point, as Lens::Unproject gives it, worked out
+// once for a camera (its intrinsics and distortion) and kept: drawing a
+// whole picture through the lens (the chessboard) needs all of them, and
+// Newton's method for each is most of that work. Row by row, kWidth x
+// kHeight; `ok` 0 where Unproject fails.
+struct PixelDirections {
+  std::vector<double> x, y;
+  std::vector<uint8_t> ok;
+};
+const PixelDirections& DirectionsOf(const CameraModel& camera);
 
 // The camera's pose on the robot: at (0, 0, height), looking ahead, tilted
 // down by pitch.

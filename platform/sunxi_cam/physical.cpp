@@ -77,9 +77,12 @@ void MakeSpeckle(const LaserLight& light, uint64_t seed, int side, std::vector<d
   // rows and then along columns: a correlated field of variance 1.
   const int w = kWidth + 2 * radius, h = kHeight + 2 * radius;
   const uint64_t stream = Stream(seed, 0x53504543ull + static_cast<uint64_t>(side));
-  std::vector<double> white(static_cast<std::size_t>(w) * h);
+  // Working memory kept from call to call: fresh pages cost more than the
+  // work done in them.
+  static std::vector<double> white, rows;
+  white.resize(static_cast<std::size_t>(w) * h);
   for (std::size_t i = 0; i < white.size(); ++i) white[i] = StandardNormal(stream, i);
-  std::vector<double> rows(static_cast<std::size_t>(kWidth) * h, 0.0);
+  rows.resize(static_cast<std::size_t>(kWidth) * h);
   for (int y = 0; y < h; ++y) {
     for (int x = 0; x < kWidth; ++x) {
       double sum = 0;
@@ -92,7 +95,7 @@ void MakeSpeckle(const LaserLight& light, uint64_t seed, int side, std::vector<d
   // Log-normal with mean 1 and standard deviation `speckle`.
   const double s2 = fixed::Log(1.0 + light.speckle * light.speckle);
   const double s = std::sqrt(s2);
-  field->assign(kPixels, 1.0);
+  field->resize(kPixels);
   for (int y = 0; y < kHeight; ++y) {
     for (int x = 0; x < kWidth; ++x) {
       double g = 0;
@@ -137,7 +140,16 @@ const std::vector<double>& SpeckleField(const LaserLight& light, uint64_t seed, 
 }
 
 std::vector<double> RenderLight(const Scene& scene, unsigned lasers, const LightOptions& options) {
-  std::vector<double> light(kPixels, 0.0);
+  std::vector<double> light;
+  RenderLightInto(scene, lasers, options, &light);
+  return light;
+}
+
+void RenderLightInto(const Scene& scene, unsigned lasers, const LightOptions& options,
+                     std::vector<double>* out) {
+  std::vector<double>& light = *out;
+  light.resize(kPixels);
+  std::fill(light.begin(), light.end(), 0.0);
   const Lens lens(scene.camera);
   const LaserModel* sides[2] = {(lasers & 1u) ? &scene.left : nullptr,
                                 (lasers & 8u) ? &scene.right : nullptr};
@@ -160,11 +172,11 @@ std::vector<double> RenderLight(const Scene& scene, unsigned lasers, const Light
       l = (l + ambient) * vignetting.At(u, v);
     }
   }
-  return light;
 }
 
 void RenderPhysical(const Scene& scene, unsigned lasers, int exposure, int gain, uint8_t* out) {
-  const std::vector<double> light = RenderLight(scene, lasers);
+  static std::vector<double> light;  // kept: fresh pages cost more than drawing in them
+  RenderLightInto(scene, lasers, LightOptions(), &light);
   if (exposure <= 0 || gain <= 0) {
     exposure = scene.reference_exposure;
     gain = scene.reference_gain;

@@ -41,6 +41,9 @@ struct LightOptions {
 // grey levels at the reference exposure and gain (kWidth x kHeight).
 std::vector<double> RenderLight(const Scene& scene, unsigned lasers,
                                 const LightOptions& options = LightOptions());
+// The same into `light`, resized to kWidth x kHeight.
+void RenderLightInto(const Scene& scene, unsigned lasers, const LightOptions& options,
+                     std::vector<double>* light);
 
 // The luminance plane of a frame at the sensor's setting: exposure and gain
 // as the node set them (0 and 0: none set yet, the reference setting).

@@ -116,7 +116,8 @@ void MarkSegment(const Scene& scene, const Lens& lens, const LaserModel& laser, 
   double ax = ca.x / ca.z, ay = ca.y / ca.z, bx = cb.x / cb.z, by = cb.y / cb.z;
   if (!Clip(box, &ax, &ay, &bx, &by)) return;
   const CameraModel& m = scene.camera;
-  const double length = std::hypot((bx - ax) * m.fx, (by - ay) * m.fy);
+  const double lx = (bx - ax) * m.fx, ly = (by - ay) * m.fy;
+  const double length = std::sqrt(lx * lx + ly * ly);
   const int n = static_cast<int>(std::min(std::ceil(length / 0.5), 20000.0)) + 1;
   bool have_last = false;
   double last_u = 0, last_v = 0, last_reach = 0;
