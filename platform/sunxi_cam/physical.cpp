@@ -199,8 +199,11 @@ void RenderPhysical(const Scene& scene, unsigned lasers, int exposure, int gain,
     if (sensor.prnu > 0) e *= 1.0 + sensor.prnu * StandardNormal(prnu_stream, i);
     e = std::clamp(e, 0.0, sensor.full_well);
     const double noisy = e + std::sqrt(e + read2) * StandardNormal(noise_stream, i);
-    const double value = std::round(scene.background.level + noisy * levels_per_electron);
-    out[i] = value > 0 ? static_cast<uint8_t>(std::min(value, 255.0)) : 0;  // NaN gives 0
+    // Rounded half away from zero, as std::round, without its call.
+    const double value = scene.background.level + noisy * levels_per_electron;
+    out[i] = value >= 254.5 ? 255
+             : value >= 0.5 ? static_cast<uint8_t>(static_cast<int>(value + 0.5))
+                            : 0;  // NaN gives 0
   }
 }
 

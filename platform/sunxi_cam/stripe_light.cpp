@@ -107,7 +107,7 @@ struct Bands {
 };
 
 // Marks the picture rows and columns within reach of the 3D segment a..b.
-void MarkSegment(const Scene& scene, const Lens& lens, const LaserModel& laser, const Box& box,
+void MarkSegment(const Scene& scene, const Lens& lens, const LaserSheet& sheet, const Box& box,
                  Vec3 a, Vec3 b, Bands* bands) {
   Vec3 ca = lens.ToCamera(a), cb = lens.ToCamera(b);
   if (ca.z < kNear && cb.z < kNear) return;
@@ -133,7 +133,7 @@ void MarkSegment(const Scene& scene, const Lens& lens, const LaserModel& laser, 
     double reach = 2;
     const Jacobian2 j = lens.JacobianAt(x, y);
     if (j.uu * j.vy - j.uy * j.vx > 0) {
-      const StripeSample s = StripeAt(scene, laser, SeenAt(scene, lens, x, y, Inverse(j)));
+      const StripeSample s = StripeAt(scene, sheet, SeenAt(scene, lens, x, y, Inverse(j)));
       if (s.lit || s.sigma > 0) reach = kReach * s.sigma + 2;
     }
     if (have_last) bands->Mark(last_u, u, last_v, v, std::max(reach, last_reach));
@@ -195,12 +195,23 @@ double BlurSigma(const Scene& scene, double depth) {
   return c / 4.0 / (o.pixel_size / 1000.0);
 }
 
-StripeSample StripeAt(const Scene& scene, const LaserModel& laser, const SurfacePoint& seen) {
+LaserSheet SheetOf(const LaserModel& laser, const LaserLight& light) {
+  LaserSheet sheet;
+  sheet.on = laser.on;
+  sheet.x = laser.x;
+  sheet.normal = Normal(laser);
+  sheet.emitter = {laser.x, laser.y, laser.z};
+  sheet.offset = Dot(sheet.normal, sheet.emitter);
+  sheet.sheet10 = SheetSigma(light, 10.0);
+  return sheet;
+}
+
+StripeSample StripeAt(const Scene& scene, const LaserSheet& sheet, const SurfacePoint& seen) {
   StripeSample out;
-  if (!seen.hit || !laser.on || seen.p.x < laser.x) return out;
-  const Vec3 n = Normal(laser);
-  const Vec3 emitter{laser.x, laser.y, laser.z};
-  const double s = Dot(n, seen.p) - Dot(n, emitter);
+  if (!seen.hit || !sheet.on || seen.p.x < sheet.x) return out;
+  const Vec3& n = sheet.normal;
+  const Vec3& emitter = sheet.emitter;
+  const double s = Dot(n, seen.p) - sheet.offset;
   const double gu = Dot(n, seen.dp_du), gv = Dot(n, seen.dp_dv);
   const double g = std::sqrt(gu * gu + gv * gv);  // cm of s per pixel
   if (!(g > 0)) return out;
@@ -214,7 +225,7 @@ StripeSample StripeAt(const Scene& scene, const LaserModel& laser, const Surface
   out.sheet = sheet_cm / g;
   out.sigma = std::sqrt(out.sheet * out.sheet + blur * blur + 1.0 / 12.0);
   const double incidence = std::fabs(seen.wall ? ray.x : ray.z) / r;
-  const double peak = light.power * (10.0 / r) * (SheetSigma(light, 10.0) / sheet_cm) * incidence;
+  const double peak = light.power * (10.0 / r) * (sheet.sheet10 / sheet_cm) * incidence;
   const double q = out.distance / out.sigma;
   out.light = peak * (out.sheet / out.sigma) * fixed::Exp(-0.5 * q * q);
   out.lit = true;
@@ -224,19 +235,20 @@ StripeSample StripeAt(const Scene& scene, const LaserModel& laser, const Surface
 void AddStripeLight(const Scene& scene, const Lens& lens, const LaserModel& laser,
                     const double* speckle, double* light) {
   if (!laser.on) return;
-  const Vec3 n = Normal(laser);
-  const double offset = Dot(n, Vec3{laser.x, laser.y, laser.z});
+  const LaserSheet sheet = SheetOf(laser, scene.light);
+  const Vec3 n = sheet.normal;
+  const double offset = sheet.offset;
   const Box box = ViewBox(lens);
   Bands bands;
   const double far_x = scene.wall ? scene.distance : kFar;
   if (far_x > laser.x) {
     auto floor_at = [&](double x) { return Vec3{x, (offset - n.x * x) / n.y, 0}; };
-    MarkSegment(scene, lens, laser, box, floor_at(laser.x), floor_at(far_x), &bands);
+    MarkSegment(scene, lens, sheet, box, floor_at(laser.x), floor_at(far_x), &bands);
   }
   if (scene.wall && scene.distance > laser.x) {
     const double d = scene.distance;
     auto wall_at = [&](double z) { return Vec3{d, (offset - n.x * d - n.z * z) / n.y, z}; };
-    MarkSegment(scene, lens, laser, box, wall_at(0), wall_at(scene.wall_height), &bands);
+    MarkSegment(scene, lens, sheet, box, wall_at(0), wall_at(scene.wall_height), &bands);
   }
   const int shift = scene.second_stripe;
   for (int v = 0; v < kHeight; ++v) {
@@ -246,7 +258,7 @@ void AddStripeLight(const Scene& scene, const Lens& lens, const LaserModel& lase
       double x = 0, y = 0;
       if (!lens.Unproject(u, v, &x, &y)) continue;
       const Jacobian2 j = lens.JacobianAt(x, y);
-      const StripeSample s = StripeAt(scene, laser, SeenAt(scene, lens, x, y, Inverse(j)));
+      const StripeSample s = StripeAt(scene, sheet, SeenAt(scene, lens, x, y, Inverse(j)));
       if (!s.lit) continue;
       for (int copy = 0; copy < (shift > 0 ? 2 : 1); ++copy) {
         const int target = u + copy * shift;

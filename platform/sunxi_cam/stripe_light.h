@@ -67,7 +67,17 @@ struct StripeSample {
   double sheet = 0;     // the sheet's own sigma, pixels
   double light = 0;
 };
-StripeSample StripeAt(const Scene& scene, const LaserModel& laser, const SurfacePoint& seen);
+// A laser's sheet of light, worked out once for a frame.
+struct LaserSheet {
+  bool on = false;
+  double x = 0;  // the emitter's x: it lights what lies ahead of it
+  Vec3 normal{}, emitter{};
+  double offset = 0;   // the plane: normal . p = offset
+  double sheet10 = 0;  // the sheet's sigma (cm) 10 cm from the emitter
+};
+LaserSheet SheetOf(const LaserModel& laser, const LaserLight& light);
+
+StripeSample StripeAt(const Scene& scene, const LaserSheet& sheet, const SurfacePoint& seen);
 
 // Standard deviation of the defocus blur, pixels, at depth `depth` cm.
 double BlurSigma(const Scene& scene, double depth);

@@ -154,6 +154,36 @@ TEST_F(ChessboardTest, OpenCvFindsEveryCornerOfEveryShippedViewWhereTheTruthPuts
   }
 }
 
+// The shipped scenario of a camera calibration's views plays the shipped
+// views, in their order, on the robot's camera.
+TEST_F(ChessboardTest, TheShippedScenarioPlaysTheShippedViews) {
+  rapidjson::Document scenario;
+  scenario.Parse(ReadFile(LASERCALI_SOURCE_DIR "/scenarios/chessboard_views_robot.json").c_str());
+  ASSERT_FALSE(scenario.HasParseError());
+  std::vector<std::string> played;
+  bool robot = false;
+  for (const rapidjson::Value& step : scenario["steps"].GetArray()) {
+    if (!step.HasMember("camera")) continue;
+    const rapidjson::Value& camera = step["camera"];
+    if (camera.HasMember("preset")) robot = std::string(camera["preset"].GetString()) == "robot";
+    if (!camera.HasMember("scene") || !camera["scene"].HasMember("board")) continue;
+    const rapidjson::Value& b = camera["scene"]["board"];
+    char text[400];
+    std::snprintf(text, sizeof text,
+                  R"({"scene": {"board": {"on": true, "cols": %d, "rows": %d, "square": %g,
+                  "margin": %g, "x": %g, "y": %g, "z": %g, "yaw": %g, "pitch": %g,
+                  "roll": %g}}})",
+                  b["cols"].GetInt(), b["rows"].GetInt(), b["square"].GetDouble(),
+                  b["margin"].GetDouble(), b["x"].GetDouble(), b["y"].GetDouble(),
+                  b["z"].GetDouble(), b["yaw"].GetDouble(), b["pitch"].GetDouble(),
+                  b["roll"].GetDouble());
+    EXPECT_TRUE(b["on"].GetBool());
+    played.push_back(text);
+  }
+  EXPECT_TRUE(robot);
+  EXPECT_EQ(played, ShippedViews());
+}
+
 TEST_F(ChessboardTest, ABoardOutOfViewIsRefused) {
   APPLY_SIM(R"({"preset": "robot"})");
   const std::string outside = "camera sim: scene.board must be in view: its squares' outline at ";
