@@ -155,6 +155,7 @@ PixelBox BoardBox(const Scene& scene, const Frame& f, const Lens& lens, bool def
     }
   }
   const double pad = 4 + kReach * blur;
+  if (!(std::isfinite(u_min + u_max + v_min + v_max + pad))) return PixelBox();
   PixelBox box;
   box.u0 = static_cast<int>(std::clamp(std::floor(u_min - pad), 0.0, kWidth - 1.0));
   box.u1 = static_cast<int>(std::clamp(std::ceil(u_max + pad), 0.0, kWidth - 1.0));
@@ -193,7 +194,11 @@ void AddBoardLight(const Scene& scene, const Lens& lens, bool defocus, double* l
       const double yu = Dot(f.ey, dp_du), yv = Dot(f.ey, dp_dv);
       const double sx = sigma * std::sqrt(xu * xu + xv * xv);
       const double sy = sigma * std::sqrt(yu * yu + yv * yv);
-      if (!(sx > 0 && sy > 0)) continue;
+      // A ray that meets the board almost edge-on sees no definite point.
+      if (!(sx > 0 && sy > 0 && std::isfinite(sx) && std::isfinite(sy) && std::isfinite(bx) &&
+            std::isfinite(by))) {
+        continue;
+      }
       // Beyond the board's edges by more than the blur's reach: no light.
       if (!(std::fabs(bx) < half_width + kReach * sx &&
             std::fabs(by) < half_height + kReach * sy)) {

@@ -167,7 +167,8 @@ std::string FoldProblem(const CameraModel& camera) {
       if (!ok || !(j.uu * j.vy - j.uy * j.vx > 0)) {
         char text[200];
         std::snprintf(text, sizeof text,
-                      "fold the picture over: no single direction is seen at pixel (%.1f, %.1f)",
+                      "fold the picture over: no single direction within 84 degrees of the axis "
+                      "is seen at pixel (%.1f, %.1f)",
                       pu, pv);
         return text;
       }

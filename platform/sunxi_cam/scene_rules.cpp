@@ -1,5 +1,6 @@
 // What a scene may hold (ValidateScene) and when two scenes are the same
 // (SameScene).
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -43,6 +44,17 @@ void CheckDistortion(const Scene& scene) {
     }
   }
   if (scene.renderer == Renderer::kIdeal) return;
+  // The lens is drawn within 84 degrees of its axis (lens.h).
+  double widest = 0;
+  for (double u : {-0.5, kWidth - 0.5}) {
+    for (double v : {-0.5, kHeight - 0.5}) {
+      const double x = (u - c.cx) / c.fx, y = (v - c.cy) / c.fy;
+      widest = std::max(widest, x * x + y * y);
+    }
+  }
+  Check(widest < 90, "scene.camera.fx, fy, cx and cy",
+        "such that the picture's corners, without distortion, lie within 84 degrees of the "
+        "axis (the physical renderer's lens)");
   const std::string fold = FoldProblem(c);
   if (!fold.empty()) {
     throw std::invalid_argument("camera sim: scene.camera.k1, k2, p1, p2, k3 must not " + fold);

@@ -118,6 +118,7 @@ void MarkSegment(const Scene& scene, const Lens& lens, const LaserSheet& sheet, 
   const CameraModel& m = scene.camera;
   const double lx = (bx - ax) * m.fx, ly = (by - ay) * m.fy;
   const double length = std::sqrt(lx * lx + ly * ly);
+  if (!(length >= 0)) return;  // NaN: nothing to follow
   const int n = static_cast<int>(std::min(std::ceil(length / 0.5), 20000.0)) + 1;
   bool have_last = false;
   double last_u = 0, last_v = 0, last_reach = 0;
