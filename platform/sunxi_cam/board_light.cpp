@@ -164,10 +164,11 @@ PixelBox BoardBox(const Scene& scene, const Frame& f, const Lens& lens, bool def
   return box;
 }
 
-void AddBoardLight(const Scene& scene, const Lens& lens, bool defocus, double* light) {
+void AddBoardLight(const Scene& scene, const Lens& lens, bool defocus, double* light,
+                   bool whole_picture) {
   const Board& b = scene.board;
   const Frame f = FrameOf(b);
-  const PixelBox box = BoardBox(scene, f, lens, defocus);
+  const PixelBox box = whole_picture ? PixelBox() : BoardBox(scene, f, lens, defocus);
   const double along_centre = Dot(f.ez, f.centre);
   const PixelDirections& directions = DirectionsOf(scene.camera);
   const double half_width = 0.5 * (b.cols + 1) * b.square + b.margin;

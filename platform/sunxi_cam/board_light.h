@@ -33,8 +33,12 @@ std::string BoardViewProblem(const Scene& scene);
 
 // Adds the board's light (grey levels at the reference exposure and gain,
 // before vignetting) to `light` (kWidth x kHeight); `defocus` false leaves
-// out the lens's blur (the ideal renderer's pinhole camera).
-void AddBoardLight(const Scene& scene, const Lens& lens, bool defocus, double* light);
+// out the lens's blur (the ideal renderer's pinhole camera). Only the
+// pixels in the box around the board's outline are worked out;
+// `whole_picture` works out every pixel, the plain way, for the test that
+// the box misses no light.
+void AddBoardLight(const Scene& scene, const Lens& lens, bool defocus, double* light,
+                   bool whole_picture = false);
 
 }  // namespace sunxi_cam::sim
 

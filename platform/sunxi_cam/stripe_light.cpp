@@ -234,7 +234,7 @@ StripeSample StripeAt(const Scene& scene, const LaserSheet& sheet, const Surface
 }
 
 void AddStripeLight(const Scene& scene, const Lens& lens, const LaserModel& laser,
-                    const double* speckle, double* light) {
+                    const double* speckle, double* light, bool whole_picture) {
   if (!laser.on) return;
   const LaserSheet sheet = SheetOf(laser, scene.light);
   const Vec3 n = sheet.normal;
@@ -250,6 +250,10 @@ void AddStripeLight(const Scene& scene, const Lens& lens, const LaserModel& lase
     const double d = scene.distance;
     auto wall_at = [&](double z) { return Vec3{d, (offset - n.x * d - n.z * z) / n.y, z}; };
     MarkSegment(scene, lens, sheet, box, wall_at(0), wall_at(scene.wall_height), &bands);
+  }
+  if (whole_picture) {
+    std::fill(bands.lo, bands.lo + kHeight, 0);
+    std::fill(bands.hi, bands.hi + kHeight, kWidth - 1);
   }
   const int shift = scene.second_stripe;
   for (int v = 0; v < kHeight; ++v) {

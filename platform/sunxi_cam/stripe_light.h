@@ -86,8 +86,10 @@ double BlurSigma(const Scene& scene, double depth);
 // each pixel's share multiplied by `speckle` at that pixel when given.
 // Picture faults apply as in the ideal renderer: rows gap_from..gap_to stay
 // dark, and second_stripe adds a copy that many pixels to the right.
+// `whole_picture` works out every pixel instead of those within reach of
+// the stripe: the plain way, for the test that the reach misses no light.
 void AddStripeLight(const Scene& scene, const Lens& lens, const LaserModel& laser,
-                    const double* speckle, double* light);
+                    const double* speckle, double* light, bool whole_picture = false);
 
 }  // namespace sunxi_cam::sim
 
