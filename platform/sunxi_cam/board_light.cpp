@@ -88,10 +88,38 @@ CameraPose BoardPose(const Board& board) {
   return pose;
 }
 
+namespace {
+
+// Point i of `steps` along edge `edge` (top, bottom, left, right) of the
+// rectangle w x h (half sizes, cm) around the board's centre, and where the
+// lens shows it; `seen` false when it is behind the camera or beyond the
+// lens model's radius.
+struct OutlinePoint {
+  double X = 0, Y = 0;  // from the board's centre, along its axes
+  Vec3 p{};             // in the camera's frame
+  bool seen = false;
+  double u = 0, v = 0;
+};
+OutlinePoint SeeOutline(const Frame& f, const Lens& lens, double w, double h, int edge, int i,
+                        int steps) {
+  OutlinePoint o;
+  const double t = -1.0 + 2.0 * i / steps;
+  o.X = edge < 2 ? t * w : (edge == 2 ? -w : w);
+  o.Y = edge < 2 ? (edge == 0 ? -h : h) : t * h;
+  o.p = f.centre + o.X * f.ex + o.Y * f.ey;
+  if (!(o.p.z >= kNear)) return o;
+  const double x = o.p.x / o.p.z, y = o.p.y / o.p.z;
+  if (!(x * x + y * y < lens.valid_r2())) return o;
+  lens.Project(x, y, &o.u, &o.v);
+  o.seen = true;
+  return o;
+}
+
+}  // namespace
+
 std::string BoardViewProblem(const Scene& scene) {
   const Board& b = scene.board;
   const Frame f = FrameOf(b);
-  char text[200];
   if (!(Dot(f.ez, f.centre) > 0)) return "in view: it faces away from the camera";
   const Lens lens(scene.camera);
   // The outline of the squares, 16 points an edge: what a calibration needs
@@ -99,28 +127,21 @@ std::string BoardViewProblem(const Scene& scene) {
   const double w = 0.5 * (b.cols + 1) * b.square, h = 0.5 * (b.rows + 1) * b.square;
   for (int edge = 0; edge < 4; ++edge) {
     for (int i = 0; i <= 16; ++i) {
-      const double t = -1.0 + i / 8.0;
-      const double X = edge < 2 ? t * w : (edge == 2 ? -w : w);
-      const double Y = edge < 2 ? (edge == 0 ? -h : h) : t * h;
-      const Vec3 p = f.centre + X * f.ex + Y * f.ey;
-      bool seen = p.z >= kNear;
-      double u = 0, v = 0;
-      if (seen) {
-        const double x = p.x / p.z, y = p.y / p.z;
-        seen = x * x + y * y < lens.valid_r2();
-        if (seen) lens.Project(x, y, &u, &v);
-      }
-      if (!seen || !(u >= 0 && u <= kWidth - 1 && v >= 0 && v <= kHeight - 1)) {
+      const OutlinePoint o = SeeOutline(f, lens, w, h, edge, i, 16);
+      if (!o.seen || !(o.u >= 0 && o.u <= kWidth - 1 && o.v >= 0 && o.v <= kHeight - 1)) {
+        char text[200];
         std::snprintf(text, sizeof text,
                       "in view: its squares' outline at (%.4g, %.4g) cm from its centre is "
                       "outside the picture",
-                      X, Y);
+                      o.X, o.Y);
         return text;
       }
     }
   }
   return "";
 }
+
+namespace {
 
 // The pixels the board (with its margin) may throw light on: the box
 // around its outline seen through the lens, widened by the reach of the
@@ -138,20 +159,13 @@ PixelBox BoardBox(const Scene& scene, const Frame& f, const Lens& lens, bool def
   double u_min = 1e300, u_max = -1e300, v_min = 1e300, v_max = -1e300;
   for (int edge = 0; edge < 4; ++edge) {
     for (int i = 0; i <= 32; ++i) {
-      const double t = -1.0 + i / 16.0;
-      const double X = edge < 2 ? t * w : (edge == 2 ? -w : w);
-      const double Y = edge < 2 ? (edge == 0 ? -h : h) : t * h;
-      const Vec3 p = f.centre + X * f.ex + Y * f.ey;
-      if (!(p.z >= kNear)) return PixelBox();
-      const double x = p.x / p.z, y = p.y / p.z;
-      if (!(x * x + y * y < lens.valid_r2())) return PixelBox();
-      if (defocus) blur = std::max(blur, BlurSigma(scene, p.z));
-      double u = 0, v = 0;
-      lens.Project(x, y, &u, &v);
-      u_min = std::min(u_min, u);
-      u_max = std::max(u_max, u);
-      v_min = std::min(v_min, v);
-      v_max = std::max(v_max, v);
+      const OutlinePoint o = SeeOutline(f, lens, w, h, edge, i, 32);
+      if (!o.seen) return PixelBox();
+      if (defocus) blur = std::max(blur, BlurSigma(scene, o.p.z));
+      u_min = std::min(u_min, o.u);
+      u_max = std::max(u_max, o.u);
+      v_min = std::min(v_min, o.v);
+      v_max = std::max(v_max, o.v);
     }
   }
   const double pad = 4 + kReach * blur;
@@ -163,6 +177,8 @@ PixelBox BoardBox(const Scene& scene, const Frame& f, const Lens& lens, bool def
   box.v1 = static_cast<int>(std::clamp(std::ceil(v_max + pad), 0.0, kHeight - 1.0));
   return box;
 }
+
+}  // namespace
 
 void AddBoardLight(const Scene& scene, const Lens& lens, bool defocus, double* light,
                    bool whole_picture) {

@@ -31,25 +31,34 @@ std::string ReadFile(const std::string& path) {
   return text.str();
 }
 
+// A member of a pose, 0 when left out.
+double PoseMember(const rapidjson::Value& pose, const char* member) {
+  return pose.HasMember(member) ? pose[member].GetDouble() : 0.0;
+}
+
+// The camera setting that shows the board `board` (cols, rows, square,
+// margin) at `pose`.
+std::string BoardSetting(const rapidjson::Value& board, const rapidjson::Value& pose) {
+  char text[400];
+  std::snprintf(text, sizeof text,
+                R"({"scene": {"board": {"on": true, "cols": %d, "rows": %d, "square": %g,
+                "margin": %g, "x": %g, "y": %g, "z": %g, "yaw": %g, "pitch": %g,
+                "roll": %g}}})",
+                board["cols"].GetInt(), board["rows"].GetInt(), board["square"].GetDouble(),
+                board["margin"].GetDouble(), PoseMember(pose, "x"), PoseMember(pose, "y"),
+                PoseMember(pose, "z"), PoseMember(pose, "yaw"), PoseMember(pose, "pitch"),
+                PoseMember(pose, "roll"));
+  return text;
+}
+
 // The shipped views, each as the camera setting of its board.
 std::vector<std::string> ShippedViews() {
   rapidjson::Document doc;
   doc.Parse(ReadFile(LASERCALI_SOURCE_DIR "/tools/sim_pictures/chessboard_views.json").c_str());
   EXPECT_FALSE(doc.HasParseError());
   std::vector<std::string> views;
-  const rapidjson::Value& board = doc["board"];
-  for (const rapidjson::Value& v : doc["views"].GetArray()) {
-    char text[400];
-    std::snprintf(text, sizeof text,
-                  R"({"scene": {"board": {"on": true, "cols": %d, "rows": %d, "square": %g,
-                  "margin": %g, "x": %g, "y": %g, "z": %g, "yaw": %g, "pitch": %g,
-                  "roll": %g}}})",
-                  board["cols"].GetInt(), board["rows"].GetInt(), board["square"].GetDouble(),
-                  board["margin"].GetDouble(), v["x"].GetDouble(), v["y"].GetDouble(),
-                  v["z"].GetDouble(), v.HasMember("yaw") ? v["yaw"].GetDouble() : 0.0,
-                  v.HasMember("pitch") ? v["pitch"].GetDouble() : 0.0,
-                  v.HasMember("roll") ? v["roll"].GetDouble() : 0.0);
-    views.push_back(text);
+  for (const rapidjson::Value& pose : doc["views"].GetArray()) {
+    views.push_back(BoardSetting(doc["board"], pose));
   }
   return views;
 }
@@ -168,17 +177,8 @@ TEST_F(ChessboardTest, TheShippedScenarioPlaysTheShippedViews) {
     if (camera.HasMember("preset")) robot = std::string(camera["preset"].GetString()) == "robot";
     if (!camera.HasMember("scene") || !camera["scene"].HasMember("board")) continue;
     const rapidjson::Value& b = camera["scene"]["board"];
-    char text[400];
-    std::snprintf(text, sizeof text,
-                  R"({"scene": {"board": {"on": true, "cols": %d, "rows": %d, "square": %g,
-                  "margin": %g, "x": %g, "y": %g, "z": %g, "yaw": %g, "pitch": %g,
-                  "roll": %g}}})",
-                  b["cols"].GetInt(), b["rows"].GetInt(), b["square"].GetDouble(),
-                  b["margin"].GetDouble(), b["x"].GetDouble(), b["y"].GetDouble(),
-                  b["z"].GetDouble(), b["yaw"].GetDouble(), b["pitch"].GetDouble(),
-                  b["roll"].GetDouble());
     EXPECT_TRUE(b["on"].GetBool());
-    played.push_back(text);
+    played.push_back(BoardSetting(b, b));
   }
   EXPECT_TRUE(robot);
   EXPECT_EQ(played, ShippedViews());
