@@ -157,7 +157,9 @@ struct Coverage {
 };
 
 // Compares the rows of the left laser's wall stripe with cv::projectPoints
-// of the laser's points on the wall, each found by bisection for its row.
+// of the laser's points on the wall. Each row's point is found by bisection
+// with the simulator's own projection (equal to OpenCV's to 1e-9 px, above),
+// and then projected with cv::projectPoints.
 void CheckWallStripe(Coverage* coverage) {
   const sim::SceneTruth truth = sim::Truth();
   const CvCamera cv_camera(truth);
@@ -168,29 +170,40 @@ void CheckWallStripe(Coverage* coverage) {
   const sim::LaserPlane& n = truth.left;
   const double d = truth.distance;
   auto point = [&](double z) { return cv::Point3d(d, (n.offset - n.nx * d - n.nz * z) / n.ny, z); };
-  auto at = [&](double z) { return cv_camera.Project(point(z)); };
-  // Only where the lens model holds (OpenCV's polynomial folds back beyond).
   const sim::Lens lens(truth.camera);
-  auto valid = [&](double z) {
+  // Where the lens shows the wall's point at height z; false where the lens
+  // model does not hold (OpenCV's polynomial folds back beyond).
+  auto at = [&](double z, cv::Point2d* pixel) {
     const cv::Point3d p = point(z);
     const sim::Vec3 c = lens.ToCamera({p.x, p.y, p.z});
-    return c.z > 0 && (c.x * c.x + c.y * c.y) / (c.z * c.z) < 0.9 * lens.valid_r2();
+    if (!(c.z > 0 && (c.x * c.x + c.y * c.y) / (c.z * c.z) < 0.9 * lens.valid_r2())) return false;
+    lens.Project(c.x / c.z, c.y / c.z, &pixel->x, &pixel->y);
+    return true;
   };
+  // The wall's heights the picture can show: within 1.5 distances of the
+  // camera's height (its view is 70 degrees across).
+  const double c = truth.camera.height;
+  const double z_low = std::max(0.0, c - 1.5 * d),
+               z_high = std::min(truth.wall_height, c + 1.5 * d);
   constexpr double kStep = 0.05;
-  for (double z0 = 0; z0 + kStep <= truth.wall_height; z0 += kStep) {
-    if (!valid(z0) || !valid(z0 + kStep)) continue;
-    const double v0 = at(z0).y, v1 = at(z0 + kStep).y;  // v falls as z rises
-    const int v = static_cast<int>(std::floor(v0));
-    if (!(v1 < v && v >= 2 && v < sim::kHeight - 2)) continue;
+  for (double z0 = z_low; z0 + kStep <= z_high; z0 += kStep) {
+    cv::Point2d p0, p1;
+    if (!at(z0, &p0) || !at(z0 + kStep, &p1)) continue;
+    const int v = static_cast<int>(std::floor(p0.y));  // v falls as z rises
+    if (!(p1.y < v && v >= 2 && v < sim::kHeight - 2)) continue;
     double lo = z0, hi = z0 + kStep;
-    for (int i = 0; i < 80; ++i) {
+    for (int i = 0; i < 60; ++i) {
       const double mid = 0.5 * (lo + hi);
-      (at(mid).y > v ? lo : hi) = mid;
+      cv::Point2d m;
+      at(mid, &m);
+      (m.y > v ? lo : hi) = mid;
     }
-    const cv::Point2d expected = at(0.5 * (lo + hi));
+    const cv::Point2d expected = cv_camera.Project(point(0.5 * (lo + hi)));
+    ASSERT_NEAR(expected.y, v, 1e-6);
     if (!(expected.x > 3 && expected.x < sim::kWidth - 4)) continue;
     // A row far from steep sees the stripe stretched: only steep rows.
-    const cv::Point2d above = at(hi + 0.05), below = at(lo - 0.05);
+    cv::Point2d above, below;
+    if (!at(hi + 0.05, &above) || !at(lo - 0.05, &below)) continue;
     if (std::fabs((above.x - below.x) / (above.y - below.y)) > 1.0) continue;
     const double centre = RowCentre(light, v, expected.x);
     ASSERT_FALSE(std::isnan(centre)) << "no stripe in row " << v << " near " << expected.x;
