@@ -118,7 +118,11 @@ TEST_F(ChessboardTest, OpenCvFindsEveryCornerOfEveryShippedViewWhereTheTruthPuts
       APPLY_SIM(views[n]);
       const cv::Mat frame = ChessboardFrame();
       std::vector<cv::Point2f> corners;
-      ASSERT_TRUE(cv::findChessboardCorners(frame, cv::Size(9, 6), corners))
+      // Adaptive thresholds and quads filtered: the default flags
+      // (thresholds and a normalised image) find every view too, ten times
+      // slower on the noisy presets.
+      ASSERT_TRUE(cv::findChessboardCorners(
+          frame, cv::Size(9, 6), corners, cv::CALIB_CB_ADAPTIVE_THRESH | cv::CALIB_CB_FILTER_QUADS))
           << preset << ", view " << n + 1;
       ASSERT_EQ(corners.size(), 54u);
       cv::cornerSubPix(frame, corners, cv::Size(5, 5), cv::Size(-1, -1),
