@@ -12,6 +12,9 @@
 #include <stdexcept>
 #include <utility>
 
+#include "platform/sunxi_cam/board_light.h"
+#include "platform/sunxi_cam/lens.h"
+#include "platform/sunxi_cam/physical.h"
 #include "platform/sunxi_cam/picture_file.h"
 #include "platform/sunxi_cam/scene.h"
 #include "platform/sunxi_cam/sim_state.h"
@@ -112,35 +115,6 @@ void ClearCache() {
   for (auto& frame : TheCamera().cache) frame.clear();
 }
 
-// The luminance planes rendered last, by the laser field's low four bits,
-// with the scene and brightness factor they were rendered for. Unlike the
-// camera's cache they outlive Reset(), so a program that resets the
-// simulator between runs of the same scene renders each picture once.
-struct Rendered {
-  bool valid = false;
-  Scene scene;
-  double scale = 0;
-  std::vector<uint8_t> luma;
-};
-
-// Writes the scene's luminance plane for `lasers` at brightness `scale` to
-// `out`, rendering it only when the last rendering for `lasers` was of
-// another scene or brightness.
-void RenderOrRecall(const Scene& scene, unsigned lasers, double scale, uint8_t* out) {
-  static std::array<Rendered, 16> rendered;
-  Rendered& last = rendered[lasers & 15u];
-  if (!last.valid || !SameScene(last.scene, scene) ||
-      std::memcmp(&last.scale, &scale, sizeof scale) != 0) {
-    last.valid = false;
-    last.luma.resize(kLumaBytes);
-    RenderLuminance(scene, lasers, scale, last.luma.data());
-    last.scene = scene;
-    last.scale = scale;
-    last.valid = true;
-  }
-  std::memcpy(out, last.luma.data(), kLumaBytes);
-}
-
 // Decides whether this call of `op` fails on purpose, and counts it.
 bool Injected(Operation op) {
   FaultState& f = TheCamera().faults[static_cast<std::size_t>(Op(op))];
@@ -193,8 +167,13 @@ const std::vector<uint8_t>& Frame(uint64_t laser) {
     }
   }
   const double scale = BrightnessScale();
-  if (image.empty()) {
-    RenderOrRecall(cam.settings.scene, lasers, scale, frame.data());
+  if (image.empty() && cam.settings.scene.renderer == Renderer::kPhysical) {
+    // The sensor's own setting; none before the first one is accepted.
+    const bool set = cam.status.exposure_sets > 0;
+    RenderOrRecall(cam.settings.scene, lasers, 1.0, set ? cam.status.exposure : 0,
+                   set ? cam.status.gain : 0, frame.data());
+  } else if (image.empty()) {
+    RenderOrRecall(cam.settings.scene, lasers, scale, 0, 0, frame.data());
   } else if (scale == 1.0) {
     std::memcpy(frame.data(), image.data, kLumaBytes);
   } else {
@@ -280,44 +259,6 @@ void SetLaserPattern(const std::vector<uint64_t>& pattern) {
 
 const std::vector<uint64_t>& LaserPattern() { return TheCamera().settings.laser_pattern; }
 
-cv::Mat LoadImageFile(const std::string& path, const std::string& member) {
-  if (path.empty()) return cv::Mat();
-  const std::string where = "camera sim: " + member + ": image file '" + path + "' ";
-  std::error_code error;
-  const std::filesystem::file_status status = std::filesystem::status(path, error);
-  if (std::filesystem::is_directory(status)) throw std::invalid_argument(where + "is a folder");
-  if (!std::filesystem::is_regular_file(status)) {
-    throw std::invalid_argument(where + "does not exist or is not a file");
-  }
-  const std::uintmax_t size = std::filesystem::file_size(path, error);
-  if (error || size > static_cast<std::uintmax_t>(kMaxImageFileBytes)) {
-    throw std::invalid_argument(where + "is larger than " + std::to_string(kMaxImageFileBytes) +
-                                " bytes (16 MiB)");
-  }
-  const std::string claim = PictureHeaderProblem(path, kWidth, kHeight);
-  if (!claim.empty()) {
-    throw std::invalid_argument(where + "is " + claim +
-                                "; the camera needs 640 x 480 with one 8-bit channel (grayscale)");
-  }
-  cv::Mat image;
-  try {
-    image = cv::imread(path, cv::IMREAD_UNCHANGED);
-  } catch (const cv::Exception&) {
-    // The decoder's own text names neither the file nor the setting.
-    throw std::invalid_argument(where + "cannot be decoded: it is damaged, or not a picture");
-  }
-  if (image.empty()) throw std::invalid_argument(where + "cannot be read as an image");
-  if (image.cols != kWidth || image.rows != kHeight || image.type() != CV_8UC1) {
-    throw std::invalid_argument(
-        where + "is " + std::to_string(image.cols) + " x " + std::to_string(image.rows) + " with " +
-        std::to_string(image.channels()) + " channel(s) of " +
-        std::to_string(8 * image.elemSize1()) + " bits; the camera needs 640 x 480 with one " +
-        "8-bit channel (grayscale)");
-  }
-  if (!image.isContinuous()) image = image.clone();
-  return image;
-}
-
 void UseImageFile(ImageSlot slot, const std::string& path) {
   static const char* const kNames[] = {"images.left", "images.right", "images.other"};
   cv::Mat image = LoadImageFile(path, kNames[Slot(slot)]);
@@ -348,20 +289,6 @@ Status GetStatus() {
 }
 
 const uint8_t* Luminance(uint64_t laser) { return Frame(laser).data(); }
-
-SceneTruth Truth() {
-  const Scene& scene = GetScene();
-  SceneTruth truth;
-  truth.camera = scene.camera;
-  truth.left = PlaneOf(scene.left);
-  truth.right = PlaneOf(scene.right);
-  truth.left_on = scene.left.on;
-  truth.right_on = scene.right.on;
-  truth.wall = scene.wall;
-  truth.distance = scene.distance;
-  truth.wall_height = scene.wall_height;
-  return truth;
-}
 
 const Settings& CurrentSettings() { return TheCamera().settings; }
 
@@ -523,7 +450,10 @@ bool SunxiCam::setExposureGain(int exposure, int gain) {
     cam.status.exposure = exposure;
     cam.status.gain = gain;
     ++cam.status.exposure_sets;
-    if (changed && cam.settings.scene.exposure_scaling) sim::ClearCache();
+    const sim::Scene& scene = cam.settings.scene;
+    if (changed && (scene.exposure_scaling || scene.renderer == sim::Renderer::kPhysical)) {
+      sim::ClearCache();
+    }
   }
   if (cam.observer) cam.observer->OnSetExposureGain(exposure, gain, ok, reason);
   return ok;

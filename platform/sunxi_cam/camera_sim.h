@@ -30,13 +30,71 @@ inline constexpr int kHeight = 480;
 inline constexpr long long kMaxImageFileBytes = 16LL * 1024 * 1024;
 inline constexpr int kFrameBytes = kWidth * kHeight * 3 / 2;  // NV21: luminance, then VU
 
-// The pinhole camera. The robot's frame has its origin on the floor right
-// below the camera, x forward, y to the left, z up.
+// The camera: OpenCV's camera model (lens.h). The robot's frame has its
+// origin on the floor right below the camera, x forward, y to the left, z up.
+// The ideal renderer draws a pinhole camera: its distortion stays 0.
 struct CameraModel {
   double fx = 450, fy = 450;  // focal lengths, pixels
   double cx = 320, cy = 240;  // principal point, pixels
   double height = 5;          // above the floor
   double pitch = 10;          // tilt down from level
+  // Radial (k1, k2, k3) and tangential (p1, p2) distortion, OpenCV's order
+  // k1 k2 p1 p2 k3.
+  double k1 = 0, k2 = 0, p1 = 0, p2 = 0, k3 = 0;
+};
+
+// How the pictures are drawn: kIdeal as the simulator always drew them (a
+// pinhole camera, a stripe of fixed look, fixed noise); kPhysical through a
+// lens with distortion and defocus, laser light with speckle, and a sensor
+// with exposure, gain, noise and clipping (docs/camera-sim.md).
+enum class Renderer { kIdeal, kPhysical };
+
+// The lens and its light path (kPhysical).
+struct Optics {
+  double focus = 30;      // cm: where the fixed-focus lens is sharp
+  double f_number = 2.8;  // focal length / aperture diameter
+  double pixel_size = 3;  // micrometres; the focal length is fx x pixel_size
+  double vignetting = 1;  // brightness at the picture's farthest corner, centre 1
+};
+
+// The lasers' light (kPhysical), the same for both lasers.
+struct LaserLight {
+  // Grey levels, at the reference exposure and gain, of the stripe's centre
+  // on a surface facing the laser squarely 10 cm from the emitter, before
+  // blur and vignetting.
+  double power = 200;
+  double width = 0.5;        // mm: the sheet's thickness at the emitter (4 sigma)
+  double divergence = 2;     // mrad: how fast that thickness grows with range
+  double speckle = 0;        // contrast: standard deviation / mean of the stripe's light
+  double speckle_grain = 1;  // pixels: the speckle's correlation length (sigma)
+};
+
+// The sensor (kPhysical). Exposure is in microseconds, gain in steps of
+// 1/gain_unit; the sensor's gain starts at 1x, so smaller settings give 1x.
+struct Sensor {
+  double conversion = 35;   // electrons per grey level at a gain of 1x
+  double full_well = 9000;  // electrons a pixel holds
+  double read_noise = 6;    // electrons (standard deviation)
+  double prnu = 0.01;       // each pixel's own gain: standard deviation around 1
+  int gain_unit = 16;       // the gain setting that is 1x
+};
+
+// A chessboard target (inner corners cols x rows) in front of the camera.
+// Its pose is in the camera's frame (x right, y down, z ahead): the board's
+// centre at (x, y, z), facing the camera squarely when yaw, pitch and roll
+// are 0; pitch turns it about the camera's x axis, then yaw about its y
+// axis, then roll about its z axis (R = Rz(roll) Ry(yaw) Rx(pitch)). While
+// it is on, every frame shows the board, lit evenly, in front of a dark
+// room; the lasers draw nothing.
+struct Board {
+  bool on = false;
+  int cols = 9, rows = 6;  // inner corners across and down
+  double square = 2.5;     // cm
+  double margin = 2.5;     // cm of white beyond the outer squares
+  double x = 0, y = 0, z = 40;
+  double yaw = 0, pitch = 0, roll = 0;  // degrees
+  double white = 50;                    // grey levels of white at the reference exposure and gain
+  double black = 0.05;                  // a black square's brightness relative to white
 };
 
 // One line laser: a fan of light in a plane through the emitter. With yaw and
@@ -76,9 +134,16 @@ struct Scene {
   // Picture faults, for the outcomes of the stripe cut:
   int second_stripe = 0;           // > 0: a copy of each stripe this many pixels to the right
   int gap_from = -1, gap_to = -1;  // stripe rows gap_from..gap_to (inclusive) left dark
-  // Brightness follows exposure x gain relative to the reference when set.
+  // Brightness follows exposure x gain relative to the reference when set
+  // (kIdeal). kPhysical always follows them: its brightness values are at
+  // the reference exposure and gain.
   bool exposure_scaling = false;
   int reference_exposure = 1900, reference_gain = 32;
+  Renderer renderer = Renderer::kIdeal;
+  Optics optics;
+  LaserLight light;
+  Sensor sensor;
+  Board board;
 };
 
 // Which frames an image file stands in for: by the laser lit in the frame
@@ -182,6 +247,24 @@ struct LaserPlane {
 // The plane `laser` lights: exactly the plane its stripes are drawn from.
 LaserPlane PlaneOf(const LaserModel& laser);
 
+// A rigid motion in OpenCV's convention: x_camera = rotation x + translation
+// (what cv::Rodrigues of an rvec and a tvec give).
+struct CameraPose {
+  double rotation[3][3];
+  double translation[3];
+};
+
+// The chessboard as a calibration sees it: its geometry, and its pose with
+// the board's own frame (origin at the first inner corner, top left, x along
+// a row of corners, y down the columns, z into the board; cm) in the
+// camera's frame, so corner (i, j) is at (i square, j square, 0).
+struct BoardTruth {
+  bool on = false;
+  int cols = 9, rows = 6;
+  double square = 2.5, margin = 2.5;
+  CameraPose pose{};
+};
+
 // What the scene's pictures show, as the simulator draws them: the camera,
 // the plane of each laser, and the wall. It is the truth that reference
 // calculations are measured against. When frames show image files or a
@@ -194,10 +277,20 @@ struct SceneTruth {
   bool wall = true;          // a wall across the view at `distance`
   double distance = 30;      // from the camera to the wall, along the floor
   double wall_height = 200;  // the wall's top edge above the floor
+  // The camera's intrinsics and distortion are in `camera`; its pose on the
+  // robot (robot frame to camera frame) here.
+  CameraPose camera_pose{};
+  BoardTruth board;
+  Renderer renderer = Renderer::kIdeal;
 };
 
 // The truth of the current scene (GetScene()). Reading it changes nothing.
 SceneTruth Truth();
+
+// The names of the shipped presets, sorted ("harsh", "ideal", "robot").
+std::vector<std::string> PresetNames();
+// The text of a shipped preset's JSON file; "" when there is no such preset.
+std::string PresetText(const std::string& name);
 
 // Applies a JSON object of camera settings (docs/camera-sim.md). All or
 // nothing: on a bad member it throws std::invalid_argument whose message

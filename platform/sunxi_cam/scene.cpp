@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <stdexcept>
-#include <type_traits>
+
+#include "platform/sunxi_cam/board_light.h"
+#include "platform/sunxi_cam/lens.h"
 
 namespace sunxi_cam::sim {
 namespace {
@@ -15,14 +16,6 @@ constexpr double kFar = 1.0e5;  // where an open floor ends
 constexpr double kTiny = 1e-9;
 
 double Radians(double degrees) { return degrees * kPi / 180.0; }
-
-struct Vec3 {
-  double x, y, z;
-};
-Vec3 operator-(Vec3 a, Vec3 b) { return {a.x - b.x, a.y - b.y, a.z - b.z}; }
-Vec3 operator+(Vec3 a, Vec3 b) { return {a.x + b.x, a.y + b.y, a.z + b.z}; }
-Vec3 operator*(double k, Vec3 a) { return {k * a.x, k * a.y, k * a.z}; }
-double Dot(Vec3 a, Vec3 b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
 
 // The camera sits at (0, 0, height) and looks ahead, tilted down by pitch.
 // Its axes: right (picture columns), down (picture rows), forward (depth).
@@ -129,21 +122,6 @@ double Noise(uint64_t seed, unsigned lasers, std::size_t pixel) {
   return (sum - 2.0) / std::sqrt(4.0 / 12.0);
 }
 
-void Check(bool ok, const std::string& member, const char* rule) {
-  if (!ok) throw std::invalid_argument("camera sim: " + member + " must be " + rule);
-}
-
-// low <= x <= high (false for NaN).
-bool Within(double x, double low, double high) { return x >= low && x <= high; }
-
-void CheckLaser(const LaserModel& laser, const std::string& name) {
-  Check(Within(laser.x, -1000, 1000), name + ".x", "between -1000 and 1000");
-  Check(Within(laser.y, -1000, 1000), name + ".y", "between -1000 and 1000");
-  Check(Within(laser.z, 0, 1000), name + ".z", "between 0 and 1000");
-  Check(laser.yaw > -80 && laser.yaw < 80, name + ".yaw", "between -80 and 80");
-  Check(laser.roll > -80 && laser.roll < 80, name + ".roll", "between -80 and 80");
-}
-
 }  // namespace
 
 std::vector<Segment2> StripeSegments(const Scene& scene, const LaserModel& laser) {
@@ -178,80 +156,6 @@ LaserPlane PlaneOf(const LaserModel& laser) {
   return {n.x, n.y, n.z, Dot(n, Vec3{laser.x, laser.y, laser.z})};
 }
 
-void ValidateScene(const Scene& scene) {
-  const CameraModel& c = scene.camera;
-  Check(c.fx > 0 && c.fx <= 100000, "scene.camera.fx", "greater than 0 and at most 100000");
-  Check(c.fy > 0 && c.fy <= 100000, "scene.camera.fy", "greater than 0 and at most 100000");
-  Check(Within(c.cx, -10000, 10000), "scene.camera.cx", "between -10000 and 10000");
-  Check(Within(c.cy, -10000, 10000), "scene.camera.cy", "between -10000 and 10000");
-  Check(c.height > 0 && c.height <= 1000, "scene.camera.height", "greater than 0 and at most 1000");
-  Check(c.pitch > -80 && c.pitch < 80, "scene.camera.pitch", "between -80 and 80");
-  CheckLaser(scene.left, "scene.left_laser");
-  CheckLaser(scene.right, "scene.right_laser");
-  const StripeLook& s = scene.stripe;
-  Check(s.peak >= 0 && s.peak <= 255, "scene.stripe.peak", "between 0 and 255");
-  Check(s.core >= 0 && s.core <= 50, "scene.stripe.core", "between 0 and 50");
-  Check(s.edge >= 0 && s.edge <= 20, "scene.stripe.edge", "between 0 and 20");
-  const Background& b = scene.background;
-  Check(b.level >= 0 && b.level <= 255, "scene.background.level", "between 0 and 255");
-  Check(b.noise >= 0 && b.noise <= 100, "scene.background.noise", "between 0 and 100");
-  Check(b.ambient >= 0 && b.ambient <= 255, "scene.background.ambient", "between 0 and 255");
-  Check(scene.distance > 0 && scene.distance <= 10000, "distance",
-        "greater than 0 and at most 10000");
-  Check(scene.wall_height > 0 && scene.wall_height <= 10000, "scene.wall_height",
-        "greater than 0 and at most 10000");
-  Check(scene.second_stripe >= 0 && scene.second_stripe < kWidth, "scene.second_stripe",
-        "between 0 and 639");
-  Check(scene.gap_from <= scene.gap_to, "scene.gap_rows", "[from, to] with from <= to");
-  Check(scene.reference_exposure > 0, "scene.reference_exposure", "greater than 0");
-  Check(scene.reference_gain > 0, "scene.reference_gain", "greater than 0");
-}
-
-namespace {
-
-// Bit-for-bit equality, which NaN and -0 cannot fool.
-template <typename T>
-bool Same(const T& a, const T& b) {
-  static_assert(std::is_arithmetic_v<T>, "members are numbers and flags");
-  return std::memcmp(&a, &b, sizeof(T)) == 0;
-}
-
-bool SameCamera(const CameraModel& a, const CameraModel& b) {
-  return Same(a.fx, b.fx) && Same(a.fy, b.fy) && Same(a.cx, b.cx) && Same(a.cy, b.cy) &&
-         Same(a.height, b.height) && Same(a.pitch, b.pitch);
-}
-
-bool SameLaser(const LaserModel& a, const LaserModel& b) {
-  return Same(a.x, b.x) && Same(a.y, b.y) && Same(a.z, b.z) && Same(a.yaw, b.yaw) &&
-         Same(a.roll, b.roll) && Same(a.on, b.on);
-}
-
-}  // namespace
-
-bool SameScene(const Scene& a, const Scene& b) {
-  // A member added to the scene must be compared here too; the sizes below
-  // are the members counted when this was written.
-  static_assert(sizeof(Scene) == 248, "compare every scene member");
-  static_assert(sizeof(CameraModel) == 6 * sizeof(double), "compare every camera member");
-  static_assert(sizeof(LaserModel) == 6 * sizeof(double), "compare every laser member");
-  static_assert(sizeof(StripeLook) == 3 * sizeof(double), "compare every stripe member");
-  static_assert(sizeof(Background) == 3 * sizeof(double) + sizeof(uint64_t),
-                "compare every background member");
-  const StripeLook& sa = a.stripe;
-  const StripeLook& sb = b.stripe;
-  const Background& ba = a.background;
-  const Background& bb = b.background;
-  return SameCamera(a.camera, b.camera) && SameLaser(a.left, b.left) &&
-         SameLaser(a.right, b.right) && Same(sa.peak, sb.peak) && Same(sa.core, sb.core) &&
-         Same(sa.edge, sb.edge) && Same(ba.level, bb.level) && Same(ba.noise, bb.noise) &&
-         Same(ba.ambient, bb.ambient) && Same(ba.seed, bb.seed) && Same(a.distance, b.distance) &&
-         Same(a.wall, b.wall) && Same(a.wall_height, b.wall_height) &&
-         Same(a.second_stripe, b.second_stripe) && Same(a.gap_from, b.gap_from) &&
-         Same(a.gap_to, b.gap_to) && Same(a.exposure_scaling, b.exposure_scaling) &&
-         Same(a.reference_exposure, b.reference_exposure) &&
-         Same(a.reference_gain, b.reference_gain);
-}
-
 void RenderLuminance(const Scene& scene, unsigned lasers, double scale, uint8_t* out) {
   std::vector<float> light(static_cast<std::size_t>(kWidth) * kHeight, 0.0f);
   auto draw = [&](const LaserModel& laser) {
@@ -265,8 +169,15 @@ void RenderLuminance(const Scene& scene, unsigned lasers, double scale, uint8_t*
       }
     }
   };
-  if (lasers & 1u) draw(scene.left);
-  if (lasers & 8u) draw(scene.right);
+  if (scene.board.on) {
+    // The board instead of the lasers, through the pinhole camera.
+    std::vector<double> board(light.size(), 0.0);
+    AddBoardLight(scene, Lens(scene.camera), false, board.data());
+    for (std::size_t i = 0; i < light.size(); ++i) light[i] = static_cast<float>(board[i]);
+  } else {
+    if (lasers & 1u) draw(scene.left);
+    if (lasers & 8u) draw(scene.right);
+  }
 
   const Background& b = scene.background;
   for (std::size_t i = 0; i < light.size(); ++i) {

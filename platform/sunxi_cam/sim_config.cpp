@@ -8,55 +8,12 @@
 #include <string>
 
 #include "platform/sunxi_cam/camera_sim.h"
+#include "platform/sunxi_cam/config_reader.h"
 #include "platform/sunxi_cam/scene.h"
 #include "platform/sunxi_cam/sim_state.h"
 
 namespace sunxi_cam::sim {
 namespace {
-
-[[noreturn]] void Fail(const std::string& member, const std::string& what) {
-  throw std::invalid_argument("camera sim: " + member + " " + what);
-}
-
-using Handler = std::function<void(const rapidjson::Value&, const std::string&)>;
-
-// Calls the handler of each member of `object`; a member without one is an error.
-void ForEachMember(const rapidjson::Value& object, const std::string& path,
-                   const std::map<std::string, Handler>& handlers) {
-  if (!object.IsObject()) Fail(path.empty() ? "settings" : path, "must be an object");
-  for (auto it = object.MemberBegin(); it != object.MemberEnd(); ++it) {
-    const std::string name(it->name.GetString(), it->name.GetStringLength());
-    const std::string member = path.empty() ? name : path + "." + name;
-    auto handler = handlers.find(name);
-    if (handler == handlers.end()) Fail(member, "is not a camera setting");
-    handler->second(it->value, member);
-  }
-}
-
-double Number(const rapidjson::Value& v, const std::string& member) {
-  if (!v.IsNumber()) Fail(member, "must be a number");
-  return v.GetDouble();
-}
-
-int Integer(const rapidjson::Value& v, const std::string& member) {
-  if (!v.IsInt()) Fail(member, "must be an integer");
-  return v.GetInt();
-}
-
-bool Bool(const rapidjson::Value& v, const std::string& member) {
-  if (!v.IsBool()) Fail(member, "must be true or false");
-  return v.GetBool();
-}
-
-Handler NumberInto(double* out) {
-  return [out](const rapidjson::Value& v, const std::string& m) { *out = Number(v, m); };
-}
-Handler IntegerInto(int* out) {
-  return [out](const rapidjson::Value& v, const std::string& m) { *out = Integer(v, m); };
-}
-Handler BoolInto(bool* out) {
-  return [out](const rapidjson::Value& v, const std::string& m) { *out = Bool(v, m); };
-}
 
 Handler LaserInto(LaserModel* laser) {
   return [laser](const rapidjson::Value& v, const std::string& path) {
@@ -69,6 +26,23 @@ Handler LaserInto(LaserModel* laser) {
                    {"on", BoolInto(&laser->on)}});
   };
 }
+
+Fault ReadFault(const rapidjson::Value& v, const std::string& member) {
+  if (v.IsString()) {
+    const std::string kind = v.GetString();
+    if (kind == "never") return Fault::Never();
+    if (kind == "always") return Fault::Always();
+  } else if (v.IsObject() && v.MemberCount() == 1) {
+    const auto& m = *v.MemberBegin();
+    const std::string kind = m.name.GetString();
+    if ((kind == "next" || kind == "at") && m.value.IsInt() && m.value.GetInt() >= 1) {
+      return kind == "next" ? Fault::NextCalls(m.value.GetInt()) : Fault::AtCall(m.value.GetInt());
+    }
+  }
+  Fail(member, R"(must be "never", "always", {"next": N} or {"at": K} with N, K >= 1)");
+}
+
+}  // namespace
 
 void ReadScene(const rapidjson::Value& v, const std::string& path, Scene* scene) {
   CameraModel& c = scene->camera;
@@ -83,7 +57,12 @@ void ReadScene(const rapidjson::Value& v, const std::string& path, Scene* scene)
                                    {"cx", NumberInto(&c.cx)},
                                    {"cy", NumberInto(&c.cy)},
                                    {"height", NumberInto(&c.height)},
-                                   {"pitch", NumberInto(&c.pitch)}});
+                                   {"pitch", NumberInto(&c.pitch)},
+                                   {"k1", NumberInto(&c.k1)},
+                                   {"k2", NumberInto(&c.k2)},
+                                   {"p1", NumberInto(&c.p1)},
+                                   {"p2", NumberInto(&c.p2)},
+                                   {"k3", NumberInto(&c.k3)}});
                   }},
                  {"left_laser", LaserInto(&scene->left)},
                  {"right_laser", LaserInto(&scene->right)},
@@ -122,25 +101,13 @@ void ReadScene(const rapidjson::Value& v, const std::string& path, Scene* scene)
                   }},
                  {"exposure_scaling", BoolInto(&scene->exposure_scaling)},
                  {"reference_exposure", IntegerInto(&scene->reference_exposure)},
-                 {"reference_gain", IntegerInto(&scene->reference_gain)}});
+                 {"reference_gain", IntegerInto(&scene->reference_gain)},
+                 {"renderer", RendererInto(&scene->renderer)},
+                 {"optics", OpticsInto(&scene->optics)},
+                 {"laser_light", LaserLightInto(&scene->light)},
+                 {"sensor", SensorInto(&scene->sensor)},
+                 {"board", BoardInto(&scene->board)}});
 }
-
-Fault ReadFault(const rapidjson::Value& v, const std::string& member) {
-  if (v.IsString()) {
-    const std::string kind = v.GetString();
-    if (kind == "never") return Fault::Never();
-    if (kind == "always") return Fault::Always();
-  } else if (v.IsObject() && v.MemberCount() == 1) {
-    const auto& m = *v.MemberBegin();
-    const std::string kind = m.name.GetString();
-    if ((kind == "next" || kind == "at") && m.value.IsInt() && m.value.GetInt() >= 1) {
-      return kind == "next" ? Fault::NextCalls(m.value.GetInt()) : Fault::AtCall(m.value.GetInt());
-    }
-  }
-  Fail(member, R"(must be "never", "always", {"next": N} or {"at": K} with N, K >= 1)");
-}
-
-}  // namespace
 
 void Configure(const rapidjson::Value& json) {
   if (!json.IsObject()) Fail("settings", "must be an object");
@@ -153,6 +120,16 @@ void Configure(const rapidjson::Value& json) {
     for (auto& f : faults) f = Fault::Never();
   }
 
+  // "preset" comes next: it sets the whole scene but its distance, and the
+  // members given with it change that scene.
+  auto preset = json.FindMember("preset");
+  if (preset != json.MemberEnd()) {
+    if (!preset->value.IsString() || preset->value.GetStringLength() == 0) {
+      Fail("preset", "must be the name of a preset or a file ending in .json");
+    }
+    settings.scene = PresetScene(preset->value.GetString(), settings.scene, "preset");
+  }
+
   // The picture folder is opened once both of its members are read.
   std::string picture_dir = settings.pictures ? settings.pictures->dir() : "";
   int picture_offset = settings.pictures ? settings.picture_offset : -1;
@@ -160,6 +137,7 @@ void Configure(const rapidjson::Value& json) {
 
   ForEachMember(json, "",
                 {{"reset", [](const rapidjson::Value&, const std::string&) {}},
+                 {"preset", [](const rapidjson::Value&, const std::string&) {}},
                  {"pictures",
                   [&](const rapidjson::Value& v, const std::string& m) {
                     if (!v.IsNull() && (!v.IsString() || v.GetStringLength() == 0)) {

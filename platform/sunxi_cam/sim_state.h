@@ -29,6 +29,14 @@ struct Settings {
 const Settings& CurrentSettings();
 // Replaces the settings and sets the faults given (others stay as they are).
 void ApplySettings(Settings settings, const std::array<std::optional<Fault>, 5>& faults);
+// Writes the scene's luminance plane for `lasers` to `out`: the ideal
+// renderer's at brightness `scale`, the physical renderer's at the sensor's
+// `exposure` and `gain` (0 and 0: none set). It renders only when the last
+// rendering for `lasers` was of another scene or setting; the last
+// renderings outlive Reset(), so a program that resets the simulator and
+// shows the same scene again gets them without drawing them again.
+void RenderOrRecall(const Scene& scene, unsigned lasers, double scale, int exposure, int gain,
+                    uint8_t* out);
 // Reads a 640 x 480 8-bit grayscale image; an empty path gives an empty image.
 // Throws std::invalid_argument naming `member` and the file.
 cv::Mat LoadImageFile(const std::string& path, const std::string& member);

@@ -8,7 +8,9 @@
 // the luminance of every laser field in the pattern's first eight entries is
 // rendered: every number the settings accept must keep the scene's
 // projection and every conversion to a pixel defined (the target is built
-// with UndefinedBehaviorSanitizer, float-cast-overflow included).
+// with UndefinedBehaviorSanitizer, float-cast-overflow included). That
+// covers both renderers: the ideal one and the physical one with its lens,
+// optics, laser light, sensor and chessboard, and the presets.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>

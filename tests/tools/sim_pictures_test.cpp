@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -16,6 +17,7 @@
 #include <vector>
 
 #include "platform/sunxi_cam/camera_sim.h"
+#include "platform/sunxi_cam/sunxi_cam.h"
 #include "tests/support/program_run.h"
 
 namespace {
@@ -153,6 +155,111 @@ TEST_F(SimPicturesTest, BadCommandLinesSettingsAndFoldersAreRefused) {
   EXPECT_EQ(run.status, 1);
   ASSERT_FALSE(run.err.empty());
   EXPECT_EQ(run.err[0].rfind("sim-pictures: cannot make the folder 'file/5'", 0), 0u) << run.err[0];
+}
+
+// What the camera shows under `settings` at that distance with the sensor
+// at exposure / gain.
+cv::Mat ShownAt(const std::string& settings, double distance, uint64_t laser, int exposure,
+                int gain) {
+  sim::Reset();
+  rapidjson::Document json;
+  json.Parse(settings.c_str());
+  sim::Configure(json);
+  sim::SetDistance(distance);
+  sunxi_cam::SunxiCam camera;
+  EXPECT_TRUE(camera.OpenCamera(1, sunxi_cam::kPixelFormatNV21, 100, 640, 480));
+  EXPECT_TRUE(camera.setExposureGain(exposure, gain));
+  cv::Mat shown = cv::Mat(480, 640, CV_8UC1, const_cast<uint8_t*>(sim::Luminance(laser))).clone();
+  camera.CloseCamera();
+  return shown;
+}
+
+TEST_F(SimPicturesTest, APresetsPicturesAreTakenAtTheNodesExposure) {
+  ASSERT_EQ(Run("--preset robot --distances 10,27.5 --sides left out").status, 0);
+  const cv::Mat at10 = cv::imread((dir_ / "out/10/left.png").string(), cv::IMREAD_UNCHANGED);
+  // The factory table: 1900 / 4 at 10 cm; the distance check's 1200 / 4.
+  EXPECT_TRUE(Same(at10, ShownAt(R"({"preset": "robot"})", 10, 1, 1900, 4)));
+  EXPECT_FALSE(Same(at10, ShownAt(R"({"preset": "robot"})", 10, 1, 1900, 32)));
+  const cv::Mat check = cv::imread((dir_ / "out/27.5/left.png").string(), cv::IMREAD_UNCHANGED);
+  EXPECT_TRUE(Same(check, ShownAt(R"({"preset": "robot"})", 27.5, 1, 1200, 4)));
+  // The app table: 600 / 4 at 10 cm; or a setting given.
+  ASSERT_EQ(Run("--preset robot --table app --distances 10 --sides left app").status, 0);
+  EXPECT_TRUE(Same(cv::imread((dir_ / "app/10/left.png").string(), cv::IMREAD_UNCHANGED),
+                   ShownAt(R"({"preset": "robot"})", 10, 1, 600, 4)));
+  ASSERT_EQ(Run("--preset harsh --exposure 1900/48 --distances 30 --sides right given").status, 0);
+  EXPECT_TRUE(Same(cv::imread((dir_ / "given/30/right.png").string(), cv::IMREAD_UNCHANGED),
+                   ShownAt(R"({"preset": "harsh"})", 30, 8, 1900, 48)));
+}
+
+TEST_F(SimPicturesTest, ChessboardViewsComeWithTheBoardsGeometry) {
+  const ProgramRun run = Run("--preset robot --chessboard --distances none out");
+  ASSERT_EQ(run.status, 0);
+  std::string listed;
+  char name[64];
+  for (int i = 1; i <= 16; ++i) {
+    std::snprintf(name, sizeof name, "out/chessboard/%02d.png\n", i);
+    listed += name;
+  }
+  EXPECT_EQ(run.out, listed + "out/chessboard/board.json\n");
+  rapidjson::Document board;
+  board.Parse(testsupport::ReadFile(dir_ / "out/chessboard/board.json").c_str());
+  ASSERT_FALSE(board.HasParseError());
+  EXPECT_EQ(board["board"]["cols"].GetInt(), 9);
+  EXPECT_EQ(board["board"]["rows"].GetInt(), 6);
+  EXPECT_EQ(board["board"]["square"].GetDouble(), 2.5);
+  EXPECT_EQ(board["picture"]["exposure"].GetInt(), 8000);  // the node's chessboard setting
+  EXPECT_EQ(board["camera"]["distortion"][0].GetDouble(), -0.3);
+  ASSERT_EQ(board["views"].Size(), 16u);
+  // View 2: the board 40 cm ahead, turned 40 degrees about the vertical.
+  const rapidjson::Value& view = board["views"][1];
+  EXPECT_STREQ(view["file"].GetString(), "02.png");
+  const std::string setting =
+      R"({"preset": "robot", "scene": {"board": {"on": true, "z": 40, "yaw": 40}}})";
+  EXPECT_TRUE(Same(cv::imread((dir_ / "out/chessboard/02.png").string(), cv::IMREAD_UNCHANGED),
+                   ShownAt(setting, 30, 1, 8000, 32)));
+  const sim::SceneTruth truth = sim::Truth();
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(view["translation"][i].GetDouble(), truth.board.pose.translation[i] + 0.0);
+    for (int j = 0; j < 3; ++j) {
+      EXPECT_EQ(view["rotation"][i][j].GetDouble(), truth.board.pose.rotation[i][j] + 0.0);
+    }
+  }
+  EXPECT_FALSE(fs::exists(dir_ / "out" / "5"));  // --distances none
+}
+
+TEST_F(SimPicturesTest, BadPresetsExposuresAndViewsAreRefused) {
+  ProgramRun run = Run("--preset robt out");
+  EXPECT_EQ(run.status, 3);
+  ASSERT_FALSE(run.err.empty());
+  EXPECT_EQ(run.err[0],
+            "sim-pictures: camera sim: preset must be harsh, ideal or robot, or a file ending in "
+            ".json (not 'robt')");
+  run = Run("--exposure 1900 out");
+  EXPECT_EQ(run.status, 2);
+  ASSERT_FALSE(run.err.empty());
+  EXPECT_EQ(run.err[0],
+            "sim-pictures: --exposure needs node or EXPOSURE/GAIN (as 1900/32), not '1900'");
+  EXPECT_EQ(Run("--table shop out").status, 2);
+  ASSERT_EQ(std::system(("echo '{\"board\": {}, \"views\": [{\"x\": 0, \"tilt\": 3}]}' > '" +
+                         (dir_ / "views.json").string() + "'")
+                            .c_str()),
+            0);
+  run = Run("--views views.json --distances none out");
+  EXPECT_EQ(run.status, 3);
+  ASSERT_FALSE(run.err.empty());
+  EXPECT_EQ(run.err[0],
+            "sim-pictures: views.json: views[0]: tilt is not a pose member (x, y, z, yaw, pitch, "
+            "roll)");
+  ASSERT_EQ(std::system(("echo '{\"board\": {}, \"views\": [{\"x\": 40}]}' > '" +
+                         (dir_ / "views.json").string() + "'")
+                            .c_str()),
+            0);
+  run = Run("--preset robot --views views.json --distances none out");
+  EXPECT_EQ(run.status, 3);
+  ASSERT_FALSE(run.err.empty());
+  EXPECT_EQ(run.err[0].rfind("sim-pictures: view 1: camera sim: scene.board must be in view", 0),
+            0u)
+      << run.err[0];
 }
 
 TEST_F(SimPicturesTest, HelpAndVersion) {
