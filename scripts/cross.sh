@@ -46,7 +46,8 @@ esac
 # The target's packages in the sysroot: the C and C++ runtime and headers,
 # and the libraries the project builds against.
 SYSROOT_PACKAGES="libc6-dev libgcc-12-dev libstdc++-12-dev libopencv-core-dev
-libopencv-imgcodecs-dev libopencv-imgproc-dev rapidjson-dev libgtest-dev libbenchmark-dev"
+libopencv-imgcodecs-dev libopencv-imgproc-dev libopencv-calib3d-dev rapidjson-dev libgtest-dev
+libbenchmark-dev"
 # Bumped when the way a sysroot is made changes, so old ones are not reused.
 SYSROOT_RECIPE=1
 

@@ -6,7 +6,7 @@
 # lasercali_announce_install, called with the missing packages (each after a
 # blank); a script may define its own after sourcing this file.
 set -e
-LASERCALI_PACKAGES="cmake make g++ libopencv-core-dev libopencv-imgcodecs-dev libopencv-imgproc-dev rapidjson-dev libgtest-dev libbenchmark-dev"
+LASERCALI_PACKAGES="cmake make g++ libopencv-core-dev libopencv-imgcodecs-dev libopencv-imgproc-dev libopencv-calib3d-dev rapidjson-dev libgtest-dev libbenchmark-dev"
 
 lasercali_announce_install() {
   echo "installing:$1"

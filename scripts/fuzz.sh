@@ -65,7 +65,7 @@ fi
 # --- tools -------------------------------------------------------------------
 
 . scripts/deps.sh
-LASERCALI_PACKAGES="cmake make clang libopencv-core-dev libopencv-imgcodecs-dev libopencv-imgproc-dev rapidjson-dev"
+LASERCALI_PACKAGES="cmake make clang libopencv-core-dev libopencv-imgcodecs-dev libopencv-imgproc-dev libopencv-calib3d-dev rapidjson-dev"
 lasercali_install_deps || fail 3 "could not install $LASERCALI_PACKAGES"
 
 work=build-fuzz
