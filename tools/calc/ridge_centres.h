@@ -28,10 +28,11 @@
 //    keeps one ridge. A symmetric profile, clipped or not, has its ridge at
 //    its centre.
 //
-// A Gaussian kernel (Steger's detector) gives about half the spread on a
-// clean narrow stripe but 1.2 to 1.4 times the spread under speckle, whose
-// pixels it weighs unevenly (docs/calibration.md has the figures); speckle
-// is what real pictures have.
+// A Gaussian kernel (Steger's detector) weighs the stripe's pixels unevenly:
+// with sigma 0.4 w it spreads 0.6 times as much on a clean stripe but 1.8
+// times as much under speckle; with 0.8 w, 0.75 and 1.2 times (measured on
+// the tests' stripes, docs/calibration.md). Speckle is what real pictures
+// have.
 //
 // Plain IEEE doubles and sums in one order: the same bits on every target.
 #ifndef LASERCALI_TOOLS_CALC_RIDGE_CENTRES_H_
