@@ -3,9 +3,10 @@
 // distortion included) with cv::projectPoints, their edges cut into short
 // pieces so that the lens bends them, filled with smoothed edges at eight
 // times the resolution and shrunk by averaging; then blurred, and noise of
-// a fixed seed is added (cv::RNG). The corners of a board drawn so lie
-// within about 0.05 px of where cornerSubPix finds them in a picture drawn
-// with each pixel's exact share of black and white.
+// a fixed seed is added (cv::RNG). cornerSubPix finds the corners of a
+// frontal board drawn so (blur 0.7, no noise) 0.054 px RMS from the true
+// ones, about as far as on one drawn with each pixel's exact share of black
+// and white (0.048 px).
 //
 // A board is placed by the picture point its centre shows at, its depth
 // along the optical axis and two tilts: about the picture's rows and about
