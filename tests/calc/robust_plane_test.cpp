@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <vector>
 
+#include "tests/calc/emulated.h"
 namespace {
 
 using calc::PlaneAngles;
@@ -166,10 +167,11 @@ TEST(RobustPlaneTest, PicturesThatShowSomethingElseAreLeftOut) {
 }
 
 // Over 300 seeds of noise the 1-sigma the fit predicts is the spread of
-// its yaw, roll and offset: within 1.5 times either way.
+// its yaw, roll and offset: within 1.5 times either way (under an
+// emulator, 30 seeds and no comparison).
 TEST(RobustPlaneTest, ThePredictedSigmaIsTheSpreadOverSeeds) {
   const Stripe truth = TrueStripe();
-  constexpr int kSeeds = 300;
+  const int kSeeds = calctest::Emulated() ? 30 : 300;
   double squares[3] = {}, predicted[3] = {};
   int covered[3] = {};
   for (int seed = 1; seed <= kSeeds; ++seed) {
@@ -190,6 +192,7 @@ TEST(RobustPlaneTest, ThePredictedSigmaIsTheSpreadOverSeeds) {
     const double spread = std::sqrt(squares[i]);
     std::printf("%-11s predicted %.6f, measured %.6f (ratio %.2f), within 1 sigma %d of %d\n",
                 names[i], predicted[i], spread, predicted[i] / spread, covered[i], kSeeds);
+    if (calctest::Emulated()) continue;
     EXPECT_LT(predicted[i], 1.5 * spread) << names[i];
     EXPECT_GT(predicted[i], spread / 1.5) << names[i];
   }
@@ -256,7 +259,8 @@ bool Refit(const Seen& seen, const calc::CameraModel& camera, PlaneAngles* angle
 }
 
 // The camera's 1-sigma carried to the plane: the spread of the planes
-// found through 300 cameras drawn within it, within 1.5 times either way.
+// found through 300 cameras drawn within it, within 1.5 times either way
+// (under an emulator, 30 cameras and no comparison).
 TEST(RobustPlaneTest, TheCamerasShareIsTheSpreadOverCamerasDrawnWithinItsSigma) {
   calc::CameraModel camera;
   camera.distortion.k1 = -0.2;
@@ -271,7 +275,7 @@ TEST(RobustPlaneTest, TheCamerasShareIsTheSpreadOverCamerasDrawnWithinItsSigma) 
   ASSERT_TRUE(calc::CameraCovariance(camera, refit, predicted));
   PlaneAngles centre;
   ASSERT_TRUE(Refit(seen, camera, &centre));
-  constexpr int kDraws = 300;
+  const int kDraws = calctest::Emulated() ? 30 : 300;
   double squares[3] = {};
   Noise noise(77);
   for (int draw = 0; draw < kDraws; ++draw) {
@@ -301,6 +305,7 @@ TEST(RobustPlaneTest, TheCamerasShareIsTheSpreadOverCamerasDrawnWithinItsSigma) 
     std::printf(
         "camera's share, %-11s predicted %.5f, measured %.5f over %d cameras (ratio %.2f)\n",
         names[i], sigma, spread, kDraws, sigma / spread);
+    if (calctest::Emulated()) continue;
     EXPECT_LT(sigma, 1.5 * spread) << names[i];
     EXPECT_GT(sigma, spread / 1.5) << names[i];
   }
