@@ -100,7 +100,9 @@ TEST(ChessboardTest, CornersLieWhereTheBoardWasDrawn) {
     EXPECT_LT(std::fabs(e.mean_u), 0.02);
     EXPECT_LT(std::fabs(e.mean_v), 0.02);
   }
-  if (!calctest::Emulated()) EXPECT_LT(noisy.rms, sector.rms);
+  if (!calctest::Emulated()) {
+    EXPECT_LT(noisy.rms, sector.rms);
+  }
 }
 
 TEST(ChessboardTest, CornersAreNumberedFromThePicturesTopLeft) {
