@@ -1,4 +1,4 @@
-# Finds the individual OpenCV 4 libraries the project uses (core, imgcodecs, imgproc)
+# Finds the individual OpenCV 4 libraries the project uses (core, imgcodecs, imgproc, calib3d)
 # without the OpenCV CMake package, which Debian ships only with the meta-package.
 #
 # Creates one imported target per requested component: OpenCV::core, OpenCV::imgcodecs, ...
