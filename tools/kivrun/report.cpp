@@ -18,6 +18,7 @@
 #include "platform/sunxi_cam/picture_file.h"
 #include "src/stripecut.h"
 #include "tools/kivrun/report_layout.h"
+#include "tools/report_page/kivrun_page.h"
 #include "tools/stripe_tool/overlay.h"
 
 namespace kivrun {
@@ -485,6 +486,9 @@ void WriteReport(const std::string& dir, const ReportInput& input) {
 
   const std::string summary = Summary(input, tiles);
   WriteFile(folder / kReportSummary, summary.data(), summary.size());
+
+  // The same round as one page with plots: report.html.
+  reportpage::WriteRoundPage(dir, input);
 }
 
 }  // namespace kivrun
