@@ -210,27 +210,29 @@ ShownPicture ShowPicture(const PagePicture& picture) {
 }
 
 cv::Mat OverlayLayer(const kivplugcali::StripeCut& cut) {
-  // The marks drawn over a black picture: black stays transparent, the kept
-  // region's tint (its colour at weight 0.2 over black) becomes that colour
-  // at the same weight, and every other colour is a mark.
-  const cv::Mat black = cv::Mat::zeros(kivplugcali::kStripeRows, kivplugcali::kStripeCols, CV_8UC1);
-  const cv::Mat marks = stripeinspect::DrawOverlay(black, cut, "");
-  const cv::Scalar& kept = stripeinspect::colour::kKept;
-  const cv::Vec3b tint(cv::saturate_cast<uchar>(kept[0] * 0.2),
-                       cv::saturate_cast<uchar>(kept[1] * 0.2),
-                       cv::saturate_cast<uchar>(kept[2] * 0.2));
-  cv::Mat layer(marks.size(), CV_8UC4, cv::Scalar(0, 0, 0, 0));
-  for (int r = 0; r < marks.rows; ++r) {
-    for (int c = 0; c < marks.cols; ++c) {
-      const cv::Vec3b p = marks.at<cv::Vec3b>(r, c);
-      if (p == cv::Vec3b(0, 0, 0)) continue;
-      if (p == tint) {
-        layer.at<cv::Vec4b>(r, c) =
-            cv::Vec4b(static_cast<uchar>(kept[0]), static_cast<uchar>(kept[1]),
-                      static_cast<uchar>(kept[2]), 51);
-      } else {
-        layer.at<cv::Vec4b>(r, c) = cv::Vec4b(p[0], p[1], p[2], 255);
-      }
+  // The marks drawn over a black picture and over a white one, which the
+  // overlay dims to kDimmed: where the two agree a mark covers the picture;
+  // where they differ by the whole span the picture shows through; in
+  // between (the kept region's tint, the smoothed edges of circles) the
+  // mark's colour lies over the picture at that weight.
+  const int rows = kivplugcali::kStripeRows, cols = kivplugcali::kStripeCols;
+  const cv::Mat over_black =
+      stripeinspect::DrawOverlay(cv::Mat::zeros(rows, cols, CV_8UC1), cut, "");
+  const cv::Mat over_white =
+      stripeinspect::DrawOverlay(cv::Mat(rows, cols, CV_8UC1, cv::Scalar(255)), cut, "");
+  const double span = 255 * kDimmed;
+  cv::Mat layer(rows, cols, CV_8UC4, cv::Scalar(0, 0, 0, 0));
+  for (int r = 0; r < rows; ++r) {
+    for (int c = 0; c < cols; ++c) {
+      const cv::Vec3b b = over_black.at<cv::Vec3b>(r, c);
+      const cv::Vec3b w = over_white.at<cv::Vec3b>(r, c);
+      int through = 0;  // how much of the picture shows, out of span
+      for (int k = 0; k < 3; ++k) through = std::max(through, w[k] - b[k]);
+      const double alpha = std::clamp(1 - through / span, 0.0, 1.0);
+      if (alpha <= 0) continue;
+      cv::Vec4b& out = layer.at<cv::Vec4b>(r, c);
+      for (int k = 0; k < 3; ++k) out[k] = cv::saturate_cast<uchar>(b[k] / alpha);
+      out[3] = cv::saturate_cast<uchar>(alpha * 255);
     }
   }
   return layer;

@@ -67,8 +67,8 @@ Side SideOf(const PagePicture& picture);
 ShownPicture ShowPicture(const PagePicture& picture);
 
 // The marks of `cut` on a 480 x 640 transparent ground (8-bit BGRA): opaque
-// where stripe-inspect draws a mark, the kept region's tint as its colour
-// at the tint's weight.
+// where stripe-inspect draws a mark, partly transparent where its marks are
+// blended with the picture (the kept region's tint, smoothed circles).
 cv::Mat OverlayLayer(const kivplugcali::StripeCut& cut);
 
 // `bytes` in base64 (RFC 4648, with padding).

@@ -3,7 +3,9 @@
 // text, never as markup. The plots are uPlot's.
 "use strict";
 (function () {
+  const stages = { script: performance.now() };
   const data = JSON.parse(document.getElementById("round-data").textContent);
+  stages.parsed = performance.now();
   const page = document.getElementById("page");
   const plots = [];
   const images = [];
@@ -30,7 +32,7 @@
   }
 
   function table(head, rows, numeric) {
-    return el("table", {},
+    return el("table", { class: "data" },
       el("thead", {}, el("tr", {}, head.map((h) => el("th", {}, h)))),
       el("tbody", {}, rows.map((row) => el("tr", {}, row.map((cell, i) =>
         el("td", { class: numeric && numeric[i] ? "num" : null }, cell))))));
@@ -195,6 +197,7 @@
     return [{
       scales: { x: { time: false } },
       axes: [{ label: "picture row" }, { label: "µm" }],
+      legend: { live: false },
       series: [{ label: "row" }, ...distanceSeries(laser)],
     }, [rows, ...columns]];
   }
@@ -294,6 +297,9 @@
   function cutWords(p) {
     if (p.problem) return el("div", { class: "outcome-refused" }, "cannot read: " + p.problem);
     if (!p.cut) return el("div", { class: "note" }, "no stripe cut: " + p.no_cut);
+    // The node cuts only the app's pictures; of the others the page says what
+    // the cut would make of them.
+    if (!p.app) return el("div", { class: "note" }, p.cut.side + " laser; the stripe cut, were it an app picture: " + p.cut.words);
     return el("div", { class: p.cut.result === 0 ? "outcome-cut" : "outcome-refused" },
       p.cut.side + " laser, stripe cut: " + p.cut.words);
   }
@@ -461,7 +467,7 @@
     const box = plotBox("timeline", "Requests, replies, pictures and answers", "simulated time, seconds", () => [{
       height: 280,
       scales: { x: { time: false }, y: { range: [-0.6, lanes.length - 0.4] } },
-      axes: [{ label: "s" }, { size: 190, splits: () => lanes.map((n, i) => i), values: (u, s) => s.map((v) => lanes[v] || "") }],
+      axes: [{ label: "s" }, { size: 170, splits: () => lanes.map((n, i) => i), values: (u, s) => s.map((v) => lanes[v] || "") }],
       legend: { show: false },
       series: [{ label: "t", value: (u, v) => v == null ? "" : v.toFixed(3) + " s" },
         ...lanes.map((lane, l) => ({ label: lane, stroke: laneColours[l], fill: laneColours[l], paths: () => null, points: { show: true, size: 7, width: 0 } }))],
@@ -484,11 +490,14 @@
 
   page.append(head(), figures(), summary(), planes(), camera(), pictures(), timeline(), footer());
   buildViewer();
+  stages.built = performance.now();
   drawPlots();
+  stages.plotted = performance.now();
   // Drawn: every plot made and every picture decoded.
   Promise.all(images.map((img) => img.decode().catch(() => null))).then(() => {
     const ms = performance.now();
-    window.roundPage = { drawnMs: ms, plots: plots.map((p) => p.name), pictures: data.pictures.length };
+    stages.decoded = ms;
+    window.roundPage = { drawnMs: ms, stages, plots: plots.map((p) => p.name), pictures: data.pictures.length };
     document.body.dataset.drawn = ms.toFixed(1);
   });
 })();
