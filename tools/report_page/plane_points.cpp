@@ -116,6 +116,9 @@ void Measure(const calc::CameraGeometry& geometry, const RoundLog& log,
 std::vector<LaserPoints> RecomputePlanePoints(const RoundLog& log) {
   std::vector<LaserPoints> lasers;
   if (log.state != RoundLog::State::kRead || log.plane_answer_t < 0) return lasers;
+  // Only a computing plane node's answer has planes fitted to pictures.
+  const auto plane = log.answers.FindMember("plane");
+  if (plane == log.answers.MemberEnd() || !plane->value.HasMember("lasers")) return lasers;
   const calc::CameraGeometry geometry(log.camera);
   for (const char* side : {"left", "right"}) {
     LaserPoints laser;

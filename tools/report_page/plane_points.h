@@ -45,7 +45,8 @@ struct LaserPoints {
   std::vector<DistancePoints> distances;
 };
 
-// Empty when the log was not read or the plane node never answered.
+// Empty when the log was not read or the plane node's last answer was not
+// computed from pictures.
 std::vector<LaserPoints> RecomputePlanePoints(const RoundLog& log);
 
 }  // namespace reportpage

@@ -115,7 +115,7 @@
     if (!data.figures.length) {
       return section("figures", "Figures beside the truth", el("p", { class: "missing" },
         data.log.state === "read"
-          ? "No calculation node computed anything in this round: their answers were the scenario's numbers."
+          ? "No calculation node computed a figure in this round (a node that answers with the scenario's numbers computes none)."
           : "Without the round's event log the computed figures are not known here (see report.md)."));
     }
     const rows = data.figures.map((f) => [f.group + ": " + f.what, f.computed, f.truth || "—",
