@@ -5,8 +5,10 @@
 set -eu
 cd "$(dirname "$0")/.."
 . scripts/deps.sh
-# The install tests also make and check Debian packages and use pkg-config.
-LASERCALI_PACKAGES="$LASERCALI_PACKAGES pkg-config file dpkg-dev lintian"
+# The install tests also make and check Debian packages and use pkg-config;
+# the round page's test opens a page in Debian's Chromium (with a font for
+# its screenshot).
+LASERCALI_PACKAGES="$LASERCALI_PACKAGES pkg-config file dpkg-dev lintian chromium fonts-dejavu-core"
 lasercali_install_deps
 
 jobs=$(nproc 2>/dev/null || echo 2)

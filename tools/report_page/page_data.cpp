@@ -207,6 +207,7 @@ void WritePicture(Writer& w, const PagePicture& p) {
     Field(w, "result", f.result);
     Field(w, "points", f.points);
     Field(w, "cut_line", f.cut_line);
+    Field(w, "cut_column", f.cut_column);
     Field(w, "num2", f.num2);
     Field(w, "G", f.G);
     Field(w, "overlay", shown.overlay);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -96,7 +97,7 @@ void Cut(const cv::Mat& picture, Side side, ShownPicture* out) {
   kivplugcali::StripeCut cut;
   kivplugcali::CutStripe(picture, mode, &cut);
   std::vector<unsigned char> png;
-  cv::imencode(".png", OverlayLayer(cut), png, {cv::IMWRITE_PNG_COMPRESSION, 3});
+  cv::imencode(".png", OverlayLayer(cut), png, {cv::IMWRITE_PNG_COMPRESSION, 9});
   out->cut = true;
   out->overlay = DataUri("image/png", png);
   StripeFindings& f = out->findings;
@@ -106,6 +107,9 @@ void Cut(const cv::Mat& picture, Side side, ShownPicture* out) {
   f.result = cut.result;
   f.points = static_cast<int>(cut.points.size());
   f.cut_line = cut.cut_found ? cut.cut_line : -1;
+  for (const kivplugcali::SlopeCheck& check : cut.checks) {
+    if (check.cut) f.cut_column = static_cast<int>(std::lround(cut.points[check.point].x));
+  }
   f.num2 = cut.num2;
   f.G = cut.G;
 }

@@ -43,7 +43,8 @@ struct StripeFindings {
   std::string words;    // stripeinspect::DescribeCut
   int result = 2;       // the node's result code
   int points = 0;
-  int cut_line = -1;  // -1: none found
+  int cut_line = -1;    // -1: none found
+  int cut_column = -1;  // the stripe's column where the cut line was found
   int num2 = 0, G = 0;
 };
 

@@ -101,11 +101,11 @@ void Measure(const calc::CameraGeometry& geometry, const RoundLog& log,
     d.distance = static_cast<int>(s.target.distance);
     d.picture = s.name;
     for (const calc::TargetPoint& p : calc::LocateStripe(geometry, s).points) {
-      // Hundredths of a µm and of a mm: finer than the plots show.
+      // Tenths of a µm and of a mm: finer than the plots show.
       d.row.push_back(static_cast<int>(std::lround(p.pixel.v)));
-      d.residual_um.push_back(Round((calc::Dot(plane.normal, p.point) - plane.offset) * 1e4, 0.01));
-      d.along_mm.push_back(Round(calc::Dot(p.point - origin, along) * 10, 0.01));
-      d.height_mm.push_back(Round(calc::Dot(p.point - origin, up) * 10, 0.01));
+      d.residual_um.push_back(Round((calc::Dot(plane.normal, p.point) - plane.offset) * 1e4, 0.1));
+      d.along_mm.push_back(Round(calc::Dot(p.point - origin, along) * 10, 0.1));
+      d.height_mm.push_back(Round(calc::Dot(p.point - origin, up) * 10, 0.1));
     }
     laser->distances.push_back(std::move(d));
   }

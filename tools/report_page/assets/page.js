@@ -274,13 +274,21 @@
   // ---- Pictures: a grid, and a viewer that zooms, with the stripe cut's marks on request.
   let marksShown = true;
   const cards = [];
+  const cardsShown = () => cards.filter((c) => c.querySelector("img.picture")).length;
+  let nearby = null;
+  function showCard(card) {
+    nearby.unobserve(card);
+    if (card.querySelector("img.picture")) return;
+    card.firstChild.replaceChildren(...pictureLayers(data.pictures[Number(card.dataset.picture)]));
+    showMarks(marksShown);
+  }
 
   function legend() {
     return el("div", { class: "legend" }, data.legend.map((m) => el("span", {},
       el("span", { class: "swatch", style: "background:" + m.colour }), m.words)));
   }
 
-  function pictureLayers(p, picture) {
+  function pictureLayers(p) {
     const img = el("img", { class: "picture" + (marksShown && p.cut ? " dimmed" : ""), src: p.image, alt: p.path, width: p.width, height: p.height });
     images.push(img);
     const layers = [img];
@@ -290,7 +298,6 @@
       images.push(overlay);
       layers.push(overlay);
     }
-    if (picture) picture.layers = layers;
     return layers;
   }
 
@@ -322,11 +329,17 @@
     parts.push(el("div", { class: "controls" }, el("label", {}, toggle, " show the stripe cut's marks (picture dimmed to 60 %, as stripe-inspect --overlay draws it)"),
       el("span", { class: "note" }, "Click a picture to look at it closely: wheel or buttons to zoom, drag to move, ← → for the next, o for the marks, Esc to close.")));
     parts.push(legend());
+    // A card's picture is made when the card comes near the window: the
+    // pictures far down the page cost nothing until the reader gets there.
+    nearby = new IntersectionObserver((entries) => {
+      for (const entry of entries) if (entry.isIntersecting) showCard(entry.target);
+    }, { rootMargin: "300px" });
     parts.push(el("div", { class: "grid" }, data.pictures.map((p, i) => {
       const stack = p.problem ? el("div", { class: "stack unreadable" }, "cannot read: " + p.problem)
-        : el("div", { class: "stack" }, pictureLayers(p, null));
+        : el("div", { class: "stack" });
       const card = el("div", { class: "card", "data-picture": i, onclick: () => openViewer(i) }, stack,
         el("div", { class: "body" }, el("div", { class: "path" }, p.path), pictureFacts(p).map((f) => el("div", {}, f)), cutWords(p)));
+      if (!p.problem) nearby.observe(card);
       cards.push(card);
       return card;
     })));
@@ -359,6 +372,7 @@
       el("div", { class: "bar" }, title,
         button("←", () => step(-1)), button("→", () => step(1)),
         button("fit", fit), button("1:1", () => zoomTo(1)), button("4:1", () => zoomTo(4)), button("16:1", () => zoomTo(16)),
+        el("button", { type: "button", id: "to-cut", onclick: toCut }, "to the cut line"),
         button("marks on/off", () => showMarks(!marksShown)), button("close", closeViewer), readout),
       info, legend(), viewport);
     Object.assign(viewer, { box, zoomed, viewport, title, readout, info });
@@ -393,6 +407,15 @@
     place();
   }
   function zoomTo(scale) { zoomAt(scale, viewer.viewport.clientWidth / 2, viewer.viewport.clientHeight / 2); }
+  // The point where the stripe cut found its cut line, at 6:1 in the middle.
+  function toCut() {
+    const cut = data.pictures[viewer.index].cut;
+    if (!cut || cut.cut_line < 0) return;
+    viewer.scale = 6;
+    viewer.x = viewer.viewport.clientWidth / 2 - (cut.cut_column + 0.5) * 6;
+    viewer.y = viewer.viewport.clientHeight / 2 - (cut.cut_line + 0.5) * 6;
+    place();
+  }
   function fit() {
     const p = data.pictures[viewer.index];
     const w = viewer.viewport.clientWidth, h = viewer.viewport.clientHeight;
@@ -423,11 +446,12 @@
     const p = data.pictures[i];
     viewer.index = i;
     viewer.zoomed.replaceChildren(...(p.problem ? [el("div", { class: "stack unreadable", style: "width:640px;height:480px" }, "cannot read: " + p.problem)]
-      : pictureLayers(p, null)));
+      : pictureLayers(p)));
     showMarks(marksShown);
     viewer.title.textContent = (i + 1) + " / " + data.pictures.length + "  " + p.path;
     viewer.info.replaceChildren(...pictureFacts(p).map((f) => el("span", {}, f + " · ")), cutWords(p));
     viewer.box.classList.add("open");
+    document.getElementById("to-cut").hidden = !(p.cut && p.cut.cut_line >= 0);
     fit();
     pixels = null;
     if (!p.problem) {
@@ -493,11 +517,21 @@
   stages.built = performance.now();
   drawPlots();
   stages.plotted = performance.now();
-  // Drawn: every plot made and every picture decoded.
-  Promise.all(images.map((img) => img.decode().catch(() => null))).then(() => {
-    const ms = performance.now();
-    stages.decoded = ms;
-    window.roundPage = { drawnMs: ms, stages, plots: plots.map((p) => p.name), pictures: data.pictures.length };
-    document.body.dataset.drawn = ms.toFixed(1);
-  });
+  // Drawn: every plot made and every picture in view decoded (the pictures
+  // further down are made when the reader scrolls to them).
+  requestAnimationFrame(() => requestAnimationFrame(() => {
+    const inView = images.slice();
+    Promise.all(inView.map((img) => img.decode().catch(() => null))).then(() => {
+      const ms = performance.now();
+      stages.decoded = ms;
+      window.roundPage = { drawnMs: ms, stages, plots: plots.map((p) => p.name), pictures: data.pictures.length,
+        picturesInView: cardsShown() };
+      document.body.dataset.drawn = ms.toFixed(1);
+    });
+  }));
+  // Every picture the page holds, decoded, for those who wait for them all.
+  window.roundPageAllPictures = () => {
+    for (const card of cards) if (!data.pictures[Number(card.dataset.picture)].problem) showCard(card);
+    return Promise.all(images.map((img) => img.decode().catch(() => null))).then(() => performance.now());
+  };
 })();
