@@ -111,6 +111,18 @@ void Measure(const calc::CameraGeometry& geometry, const RoundLog& log,
   }
 }
 
+// Whether the camera and the wall lie in the simulator's ranges
+// (docs/camera-sim.md): a log whose settings say otherwise did not come from
+// a round the simulator took part in, and the plane node's steps are not
+// made for it.
+bool InRange(const RoundLog& log) {
+  const calc::Camera& c = log.camera;
+  auto within = [](double v, double low, double high) { return v > low && v <= high; };
+  return within(c.fx, 0, 100000) && within(c.fy, 0, 100000) && std::fabs(c.cx) <= 10000 &&
+         std::fabs(c.cy) <= 10000 && within(c.height, 0, 1000) && std::fabs(c.pitch) < 80 &&
+         within(log.wall_height, 0, 10000);
+}
+
 }  // namespace
 
 std::vector<LaserPoints> RecomputePlanePoints(const RoundLog& log) {
@@ -123,6 +135,11 @@ std::vector<LaserPoints> RecomputePlanePoints(const RoundLog& log) {
   for (const char* side : {"left", "right"}) {
     LaserPoints laser;
     laser.side = side;
+    if (!InRange(log)) {
+      laser.problem = "the camera the log's settings describe lies outside the simulator's ranges";
+      lasers.push_back(std::move(laser));
+      continue;
+    }
     std::vector<Read> pictures;
     for (const std::string& path : log.plane_needs) {
       std::string its_side;
