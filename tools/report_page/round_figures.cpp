@@ -7,13 +7,6 @@ namespace reportpage {
 
 namespace {
 
-const rapidjson::Value& Member(const rapidjson::Value& object, const char* name) {
-  static const rapidjson::Value kNull;
-  if (!object.IsObject()) return kNull;
-  const auto it = object.FindMember(name);
-  return it == object.MemberEnd() ? kNull : it->value;
-}
-
 std::optional<double> Number(const rapidjson::Value& object, const char* name) {
   const rapidjson::Value& v = Member(object, name);
   if (!v.IsNumber()) return std::nullopt;

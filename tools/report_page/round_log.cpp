@@ -11,13 +11,6 @@ namespace reportpage {
 
 namespace {
 
-const rapidjson::Value& Member(const rapidjson::Value& object, const char* name) {
-  static const rapidjson::Value kNull;
-  if (!object.IsObject()) return kNull;
-  const auto it = object.FindMember(name);
-  return it == object.MemberEnd() ? kNull : it->value;
-}
-
 std::string Str(const rapidjson::Value& object, const char* name) {
   const rapidjson::Value& v = Member(object, name);
   return v.IsString() ? std::string(v.GetString(), v.GetStringLength()) : std::string();
@@ -90,6 +83,13 @@ void AddToTimeline(const std::string& kind, const rapidjson::Value& event, int64
 }
 
 }  // namespace
+
+const rapidjson::Value& Member(const rapidjson::Value& object, const char* name) {
+  static const rapidjson::Value kNull;
+  if (!object.IsObject()) return kNull;
+  const auto it = object.FindMember(name);
+  return it == object.MemberEnd() ? kNull : it->value;
+}
 
 std::string Compact(const rapidjson::Value& value, std::size_t limit) {
   rapidjson::StringBuffer text;

@@ -65,6 +65,10 @@ struct RoundLog {
 
 RoundLog ReadRoundLog(const std::string& path, const RoundPage& round);
 
+// The member `name` of `object`, or a null value when `object` is no object
+// or has no such member.
+const rapidjson::Value& Member(const rapidjson::Value& object, const char* name);
+
 // A JSON value as compact text, cut to `limit` bytes with "..." after.
 std::string Compact(const rapidjson::Value& value, std::size_t limit = 240);
 
