@@ -114,6 +114,15 @@ TEST(ShowPicture, NoCutWithoutALaserOrOfAnotherShape) {
   EXPECT_NE(small.no_cut.find("640 x 480"), std::string::npos);
 }
 
+TEST(ShowPicture, ACutPictureIsNotCutAgain) {
+  PagePicture cut = Picture(Written(testsupport::BentStripePicture(), "left/1020.bmp"));
+  cut.label = "app distance 10, cut picture";
+  const reportpage::ShownPicture shown = reportpage::ShowPicture(cut);
+  EXPECT_EQ(shown.problem, "");
+  EXPECT_FALSE(shown.cut);
+  EXPECT_NE(shown.no_cut.find("what the stripe cut kept"), std::string::npos);
+}
+
 // The layer over the picture dimmed as the page dims it is stripe-inspect's
 // overlay, to within the rounding of the blend: the layer's colour and its
 // weight are 8 bits each, so a faint smoothed edge may be 3 grey levels off.

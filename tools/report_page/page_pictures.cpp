@@ -202,8 +202,13 @@ ShownPicture ShowPicture(const PagePicture& picture) {
   Encode(ForShowing(decoded), &out);
 
   const Side side = SideOf(picture);
-  if (decoded.cols != kivplugcali::kStripeCols || decoded.rows != kivplugcali::kStripeRows ||
-      decoded.type() != CV_8UC1) {
+  const std::string cut_label = "cut picture";
+  if (picture.label.size() >= cut_label.size() &&
+      picture.label.compare(picture.label.size() - cut_label.size(), cut_label.size(), cut_label) ==
+          0) {
+    out.no_cut = "what the stripe cut kept of its app picture";
+  } else if (decoded.cols != kivplugcali::kStripeCols || decoded.rows != kivplugcali::kStripeRows ||
+             decoded.type() != CV_8UC1) {
     out.no_cut = "the stripe cut takes 640 x 480 pictures with one 8-bit channel";
   } else if (side == Side::kUnknown) {
     out.no_cut = "no laser: neither its folder nor its name names one";

@@ -18,7 +18,9 @@
 // dis_right, LL and RR) is cut by the node's stripe cut, walking from that
 // laser's side, and OverlayLayer draws the marks as stripe-inspect --overlay
 // draws them, on a transparent ground: over the picture dimmed to 60 % it
-// gives stripe-inspect's overlay. The page shows the layer on request.
+// gives stripe-inspect's overlay. The page shows the layer on request. A
+// picture the cut made (labelled "..., cut picture" by kivrun's summary) is
+// not cut again.
 #ifndef LASERCALI_TOOLS_REPORT_PAGE_PAGE_PICTURES_H_
 #define LASERCALI_TOOLS_REPORT_PAGE_PAGE_PICTURES_H_
 

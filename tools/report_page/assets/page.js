@@ -44,9 +44,10 @@
       verdict === "pass" ? "pass" : "fail");
   }
 
-  // Colours of the picture distances 5 to 45 cm, blue to red.
-  const palette = ["#3b4cc0", "#5977e3", "#7b9ff9", "#9ebeff", "#c0d4f5", "#f2cbb7", "#f7ac8e",
-    "#ee8468", "#d65244", "#b40426"];
+  // Colours of the picture distances, near to far: blue through green and
+  // amber to red, each dark enough to read on white.
+  const palette = ["#313695", "#2c7fb8", "#1d91a0", "#1a9850", "#66a61e", "#b8a000", "#e08214",
+    "#d73027", "#a50026", "#6a3d9a"];
   function colourOf(i, n) { return palette[Math.round(i * (palette.length - 1) / Math.max(1, n - 1))]; }
 
   // A uPlot plot in a box of its own, sized to the box.
@@ -249,7 +250,7 @@
       u.pitch + "° down; wall " + u.wall_height + " cm high."));
     if (cam.recovered && cam.grid) {
       parts.push(el("div", { class: "plots" }, plotBox("camera-grid", "Recovered camera against the truth",
-        "a grid of the picture as each camera maps it", () => cameraGrid(cam.grid))));
+        "a grid of the picture as each camera maps it: grey the truth, red the recovered camera", () => cameraGrid(cam.grid))));
     } else {
       const ie = cam.ieparam;
       parts.push(el("p", { class: "missing", id: "no-camera" }, "No calculation in this round recovers a camera, so there is no distortion field to show" +
@@ -264,11 +265,13 @@
     const values = [null];
     for (const [name, colour] of [["truth", "#8a949e"], ["recovered", "#b3261e"]]) {
       (grid[name] || []).forEach((line, i) => {
-        series.push({ label: i ? null : name, stroke: colour, facets: [{ scale: "x", auto: true }, { scale: "y", auto: true }] });
+        series.push({ label: name, stroke: colour, width: name === "truth" ? 1 : 1.5,
+          facets: [{ scale: "x", auto: true }, { scale: "y", auto: true }] });
         values.push(line);
       });
     }
-    return [{ mode: 2, height: 360, scales: { x: { time: false } }, axes: [{ label: "column" }, { label: "row" }], series }, values];
+    return [{ mode: 2, height: 360, scales: { x: { time: false }, y: { dir: -1 } }, legend: { show: false },
+      axes: [{ label: "column" }, { label: "row" }], series }, values];
   }
 
   // ---- Pictures: a grid, and a viewer that zooms, with the stripe cut's marks on request.
