@@ -58,17 +58,33 @@
     return box;
   }
 
+  function drawPlot(p) {
+    if (p.plot) return;
+    const width = Math.max(320, p.holder.clientWidth || 600);
+    const [opts, values] = p.make();
+    p.plot = new uPlot(Object.assign({ width, height: opts.height || 260 }, opts), values, p.holder);
+  }
+
+  // The plots in or near the window are drawn at once, the others when the
+  // reader scrolls near them.
   function drawPlots() {
+    const near = window.innerHeight + 300;
+    const later = new IntersectionObserver((entries) => {
+      for (const entry of entries) {
+        if (!entry.isIntersecting) continue;
+        later.unobserve(entry.target);
+        drawPlot(plots.find((p) => p.holder === entry.target));
+      }
+    }, { rootMargin: "300px" });
     for (const p of plots) {
-      const width = Math.max(320, p.holder.clientWidth || 600);
-      const [opts, values] = p.make();
-      p.plot = new uPlot(Object.assign({ width, height: opts.height || 260 }, opts), values, p.holder);
+      if (p.holder.getBoundingClientRect().top < near) drawPlot(p);
+      else later.observe(p.holder);
     }
     let timer = null;
     window.addEventListener("resize", () => {
       clearTimeout(timer);
       timer = setTimeout(() => {
-        for (const p of plots) p.plot.setSize({ width: Math.max(320, p.holder.clientWidth), height: p.plot.height });
+        for (const p of plots) if (p.plot) p.plot.setSize({ width: Math.max(320, p.holder.clientWidth), height: p.plot.height });
       }, 100);
     });
   }
@@ -216,6 +232,7 @@
     return [{
       scales: { x: { time: false } },
       axes: [{ label: "distance (cm)" }, { label: "µm" }],
+      legend: { live: false },
       series: [{ label: "distance" },
         { label: "RMS", stroke: "#1f5fa8", width: 2, points: { show: true, size: 6 } },
         { label: "mean", stroke: "#1f7a3a", width: 1.5, points: { show: true, size: 5 } },
@@ -520,20 +537,23 @@
   stages.built = performance.now();
   drawPlots();
   stages.plotted = performance.now();
-  // Drawn: every plot made and every picture in view decoded (the pictures
-  // further down are made when the reader scrolls to them).
+  // Drawn: the plots and pictures in view made, the pictures decoded and
+  // the frame painted. What lies further down is made when the reader
+  // scrolls to it.
   requestAnimationFrame(() => requestAnimationFrame(() => {
     const inView = images.slice();
     Promise.all(inView.map((img) => img.decode().catch(() => null))).then(() => {
       const ms = performance.now();
       stages.decoded = ms;
-      window.roundPage = { drawnMs: ms, stages, plots: plots.map((p) => p.name), pictures: data.pictures.length,
-        picturesInView: cardsShown() };
+      window.roundPage = { drawnMs: ms, stages, plots: plots.map((p) => p.name),
+        plotsInView: plots.filter((p) => p.plot).length, pictures: data.pictures.length, picturesInView: cardsShown() };
       document.body.dataset.drawn = ms.toFixed(1);
     });
   }));
-  // Every picture the page holds, decoded, for those who wait for them all.
-  window.roundPageAllPictures = () => {
+  // Everything the page holds drawn and decoded, for those who wait for it
+  // all; the time it was done.
+  window.roundPageAll = () => {
+    for (const p of plots) drawPlot(p);
     for (const card of cards) if (!data.pictures[Number(card.dataset.picture)].problem) showCard(card);
     return Promise.all(images.map((img) => img.decode().catch(() => null))).then(() => performance.now());
   };
