@@ -8,8 +8,9 @@
 # accepted distance and a summary of the round: each laser's recovered plane
 # beside the simulator's true one, the check and the distance check. Each
 # round writes into a folder of its own, out/<scenario>/: the event log
-# (events.jsonl), the picture report (report.md, pictures.png) and the
-# pictures the node wrote (pictures/). The node runs against a /tmp of its
+# (events.jsonl), the round's page (report.html: open it in a browser), the
+# picture report (report.md, pictures.png) and the pictures the node wrote
+# (pictures/). The node runs against a /tmp of its
 # own, so the pictures on this machine stay as they are. The round's
 # pictures go to pictures.new/ and take the place of pictures/ after the
 # round, so a round can be played on the pictures/ of the last one
@@ -138,7 +139,8 @@ play() {
     rm -rf "$folder/pictures"
     if [ -d "$folder/pictures.new" ]; then mv "$folder/pictures.new" "$folder/pictures"; fi
   fi
-  echo "== event log: $folder/events.jsonl; picture report: $folder/report.md, $folder/pictures.png;"
+  echo "== the round's page, to open in a browser: $folder/report.html"
+  echo "   event log: $folder/events.jsonl; picture report: $folder/report.md, $folder/pictures.png;"
   echo "   the node's pictures (written to its private /tmp): $kept/"
   if [ "$kept" != "$folder/pictures" ]; then
     echo "   $folder/pictures/, which the round played, stays as it was"

@@ -1,6 +1,7 @@
 #!/bin/sh
 # Installs the Debian packages the build and the tests need, if any is
-# missing. Sourced by demo.sh and test.sh.
+# missing, and the round page's JavaScript. Sourced, from the repository's
+# top folder, by demo.sh, test.sh, cross.sh, fuzz.sh and package.sh.
 #
 # Before installing it says which packages it installs through
 # lasercali_announce_install, called with the missing packages (each after a
@@ -17,10 +18,41 @@ lasercali_install_deps() {
   for p in $LASERCALI_PACKAGES; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"
   done
-  [ -z "$missing" ] && return 0
-  lasercali_announce_install "$missing"
-  sudo=""
-  [ "$(id -u)" -ne 0 ] && sudo="sudo"
-  $sudo apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends $missing >/dev/null
+  if [ -n "$missing" ]; then
+    lasercali_announce_install "$missing"
+    sudo=""
+    [ "$(id -u)" -ne 0 ] && sudo="sudo"
+    $sudo apt-get update -qq
+    DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends $missing >/dev/null
+  fi
+  # Every build of the tools embeds the page's plotting library.
+  lasercali_install_js
+}
+
+# The round page's JavaScript (tools/report_page/package.json): uPlot, which
+# the build embeds into every page, and puppeteer-core, which drives the
+# browser in the page's test. npm installs the versions package-lock.json
+# pins; it runs again only when the lock file changed. Node and npm come
+# from Debian's packages when the machine has none.
+LASERCALI_JS_DIR="$(pwd)/tools/report_page"
+
+lasercali_install_js() {
+  dir=${1:-$LASERCALI_JS_DIR}
+  if ! command -v node >/dev/null 2>&1 || ! command -v npm >/dev/null 2>&1; then
+    lasercali_announce_install " nodejs npm"
+    sudo=""
+    [ "$(id -u)" -ne 0 ] && sudo="sudo"
+    $sudo apt-get update -qq
+    DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends nodejs npm >/dev/null
+  fi
+  stamp="$dir/node_modules/.lasercali-lock"
+  if [ -f "$stamp" ] && cmp -s "$stamp" "$dir/package-lock.json"; then
+    return 0
+  fi
+  lasercali_announce_install " the round page's JavaScript (npm ci in tools/report_page)"
+  (cd "$dir" && npm ci --no-audit --no-fund --loglevel=error >/dev/null) || {
+    echo "could not install the round page's JavaScript: npm ci failed in $dir" >&2
+    return 1
+  }
+  cp "$dir/package-lock.json" "$stamp"
 }

@@ -6,8 +6,10 @@ set -eu
 cd "$(dirname "$0")/.."
 . scripts/deps.sh
 # The install tests also make and check Debian packages and use pkg-config;
-# the manual pages are checked against --help with help2man.
-LASERCALI_PACKAGES="$LASERCALI_PACKAGES pkg-config file dpkg-dev lintian help2man"
+# the manual pages are checked against --help with help2man; the round
+# page's test opens a page in Debian's Chromium (with a font for its
+# screenshot).
+LASERCALI_PACKAGES="$LASERCALI_PACKAGES pkg-config file dpkg-dev lintian help2man chromium fonts-dejavu-core"
 lasercali_install_deps
 
 jobs=$(nproc 2>/dev/null || echo 2)

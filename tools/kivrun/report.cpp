@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "tools/kivrun/report_sheet.h"
+#include "tools/report_page/kivrun_page.h"
 
 namespace kivrun {
 
@@ -154,6 +155,9 @@ void WriteReport(const std::string& dir, const ReportInput& input) {
 
   const std::string summary = Summary(input, tiles);
   WriteFile(folder / kReportSummary, summary.data(), summary.size());
+
+  // The same round as one page with plots: report.html.
+  reportpage::WriteRoundPage(dir, input);
 }
 
 }  // namespace kivrun
