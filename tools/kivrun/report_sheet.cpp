@@ -1,25 +1,22 @@
 #include "tools/kivrun/report_sheet.h"
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <sstream>
 #include <string>
 #include <vector>
 
-#include "platform/sunxi_cam/picture_file.h"
 #include "src/stripecut.h"
 #include "tools/kivrun/report_layout.h"
+#include "tools/report_page/page_pictures.h"
 #include "tools/stripe_tool/overlay.h"
+#include "tools/stripe_tool/sheet_text.h"
 
 namespace kivrun {
 
 namespace {
 
-namespace fs = std::filesystem;
 using sheet::kBandHeight;
 using sheet::kColumns;
 using sheet::kEmptyHeight;
@@ -42,7 +39,6 @@ const cv::Scalar kCutText(90, 230, 90);       // picture cut
 const cv::Scalar kRefusedText(60, 170, 255);  // two stripes, or refused
 const cv::Scalar kNoCutText(185, 185, 185);   // app picture the cut cannot take
 
-constexpr int kFont = cv::FONT_HERSHEY_SIMPLEX;
 constexpr double kTitleScale = 0.75;
 constexpr double kSubtitleScale = 0.5;
 constexpr double kBandScale = 0.45;
@@ -50,103 +46,12 @@ constexpr int kBandLine = 18;  // baseline to baseline in the label band
 constexpr int kTextInset = 6;  // text from the left edge of its tile
 constexpr int kCaptionLines = 2;
 
-int TextWidth(const std::string& text, double scale, int thickness = 1) {
-  int baseline = 0;
-  return cv::getTextSize(text, kFont, scale, thickness, &baseline).width;
-}
-
-// `text` cut down to `width` pixels: its end is kept and "..." put before it
-// when `keep_end` (for paths, whose file name matters most), else its start
-// is kept and "..." put after it.
-std::string Fit(const std::string& text, double scale, int width, bool keep_end) {
-  if (TextWidth(text, scale) <= width) return text;
-  for (std::size_t keep = text.size(); keep-- > 0;) {
-    const std::string cut =
-        keep_end ? "..." + text.substr(text.size() - keep) : text.substr(0, keep) + "...";
-    if (TextWidth(cut, scale) <= width) return cut;
-  }
-  return "...";
-}
-
-// `text` broken between words into at most `max_lines` lines of `width`
-// pixels; the last line is cut short with "..." when the text does not fit.
-std::vector<std::string> Wrap(const std::string& text, double scale, int width,
-                              std::size_t max_lines) {
-  std::istringstream in(text);
-  std::vector<std::string> words{std::istream_iterator<std::string>(in),
-                                 std::istream_iterator<std::string>()};
-  std::vector<std::string> lines;
-  std::size_t w = 0;
-  while (w < words.size() && lines.size() < max_lines) {
-    std::string line = words[w++];
-    while (w < words.size() && TextWidth(line + " " + words[w], scale) <= width) {
-      line += " " + words[w++];
-    }
-    lines.push_back(line);
-  }
-  if (w < words.size()) {
-    std::string rest = lines.back();
-    while (w < words.size()) rest += " " + words[w++];
-    lines.back() = Fit(rest, scale, width, false);
-  } else if (!lines.empty()) {
-    lines.back() = Fit(lines.back(), scale, width, false);  // one word too long for a line
-  }
-  return lines;
-}
-
-void Text(cv::Mat& sheet, const std::string& text, cv::Point at, double scale,
-          const cv::Scalar& colour, int thickness = 1) {
-  cv::putText(sheet, text, at, kFont, scale, colour, thickness, cv::LINE_AA);
-}
-
-// The largest picture the report reads: the node's pictures are 640 x 480.
-constexpr int64_t kMaxPictureSide = 4096;
-constexpr std::uintmax_t kMaxPictureBytes = 16 * 1024 * 1024;
-
-// Why a file cannot be read as a picture, or "" with *picture filled in.
+// Why a file cannot be read as a picture, or "" with *picture filled in:
+// the same checks as the round's page makes.
 std::string ReadPicture(const std::string& path, cv::Mat* picture) {
-  std::error_code error;
-  const fs::file_status status = fs::status(path, error);
-  if (!fs::exists(status)) return "no such file";
-  if (!fs::is_regular_file(status)) return "not a file";
-  const std::uintmax_t size = fs::file_size(path, error);
-  if (error) return error.message();
-  if (size > kMaxPictureBytes) return "larger than 16 MiB";
-  if (size == 0) return "empty file";
-  const std::string header =
-      sunxi_cam::sim::PictureHeaderProblem(path, kMaxPictureSide, kMaxPictureSide);
-  if (!header.empty()) return header;
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return std::strerror(errno);
-  const std::vector<uchar> bytes{std::istreambuf_iterator<char>(in),
-                                 std::istreambuf_iterator<char>()};
-  if (in.bad()) return "read error";
-  if (bytes.empty()) return "empty file";
-  try {
-    *picture = cv::imdecode(bytes, cv::IMREAD_UNCHANGED);
-  } catch (const cv::Exception&) {
-    picture->release();
-  }
-  if (picture->empty()) return "not a picture";
-  return "";
-}
-
-// Why the bytes of a version of a picture cannot be shown, or "" with
-// *picture filled in: the same checks as a file's.
-std::string DecodeVersion(const std::vector<unsigned char>& bytes, cv::Mat* picture) {
-  if (bytes.empty()) return "empty file";
-  if (bytes.size() > kMaxPictureBytes) return "larger than 16 MiB";
-  const std::string header =
-      sunxi_cam::sim::HeaderProblem(sunxi_cam::sim::ReadPictureHeader(bytes.data(), bytes.size()),
-                                    kMaxPictureSide, kMaxPictureSide);
-  if (!header.empty()) return header;
-  try {
-    *picture = cv::imdecode(bytes, cv::IMREAD_UNCHANGED);
-  } catch (const cv::Exception&) {
-    picture->release();
-  }
-  if (picture->empty()) return "not a picture";
-  return "";
+  std::vector<unsigned char> bytes;
+  const std::string problem = reportpage::ReadPictureFile(path, &bytes);
+  return problem.empty() ? reportpage::DecodePicture(bytes, picture) : problem;
 }
 
 // Any decoded picture as 8-bit BGR, for showing.
@@ -208,7 +113,7 @@ Tile MakeTile(const ReportPicture& picture) {
   tile.caption_colour = kLabelText;
   cv::Mat decoded;
   if (picture.version > 0) {
-    tile.unreadable = DecodeVersion(picture.bytes, &decoded);
+    tile.unreadable = reportpage::DecodePicture(picture.bytes, &decoded);
   } else {
     tile.unreadable = ReadPicture(picture.path, &decoded);
   }
@@ -270,15 +175,16 @@ void DrawTile(cv::Mat& sheet, cv::Point corner, const ReportPicture& picture, co
     sheet(area).setTo(kUnreadable);
     const std::string head = "cannot read";
     const double head_scale = 0.8;
-    Text(sheet, head,
-         {corner.x + (kThumbWidth - TextWidth(head, head_scale, 2)) / 2,
-          corner.y + kThumbHeight / 2},
-         head_scale, kTitleText, 2);
-    const std::string why = Fit(tile.unreadable, kBandScale, kThumbWidth - 2 * kTextInset, false);
-    Text(sheet, why,
-         {corner.x + (kThumbWidth - TextWidth(why, kBandScale)) / 2,
-          corner.y + kThumbHeight / 2 + 26},
-         kBandScale, kTitleText);
+    sheettext::Draw(sheet, head,
+                    {corner.x + (kThumbWidth - sheettext::Width(head, head_scale, 2)) / 2,
+                     corner.y + kThumbHeight / 2},
+                    head_scale, kTitleText, 2);
+    const std::string why =
+        sheettext::Fit(tile.unreadable, kBandScale, kThumbWidth - 2 * kTextInset, false);
+    sheettext::Draw(sheet, why,
+                    {corner.x + (kThumbWidth - sheettext::Width(why, kBandScale)) / 2,
+                     corner.y + kThumbHeight / 2 + 26},
+                    kBandScale, kTitleText);
   } else {
     tile.thumb.copyTo(sheet(area));
   }
@@ -288,17 +194,20 @@ void DrawTile(cv::Mat& sheet, cv::Point corner, const ReportPicture& picture, co
   const int text_width = kThumbWidth - 2 * kTextInset;
   const int x = band.x + kTextInset;
   int y = band.y + kBandLine;
-  Text(sheet, Fit(picture.path, kBandScale, text_width, true), {x, y}, kBandScale, kPathText);
+  sheettext::Draw(sheet, sheettext::Fit(picture.path, kBandScale, text_width, true), {x, y},
+                  kBandScale, kPathText);
   y += kBandLine;
   std::string label = Label(picture);
   if (picture.writes > 1) {
     label += (label.empty() ? "" : ", ") + std::string("written ") +
              std::to_string(picture.writes) + " times";
   }
-  Text(sheet, Fit(label, kBandScale, text_width, false), {x, y}, kBandScale, kLabelText);
-  for (const std::string& line : Wrap(tile.caption, kBandScale, text_width, kCaptionLines)) {
+  sheettext::Draw(sheet, sheettext::Fit(label, kBandScale, text_width, false), {x, y}, kBandScale,
+                  kLabelText);
+  for (const std::string& line :
+       sheettext::Wrap(tile.caption, kBandScale, text_width, kCaptionLines)) {
     y += kBandLine;
-    Text(sheet, line, {x, y}, kBandScale, tile.caption_colour);
+    sheettext::Draw(sheet, line, {x, y}, kBandScale, tile.caption_colour);
   }
 }
 
@@ -312,7 +221,7 @@ cv::Mat DrawSheet(const ReportInput& input, const std::vector<Tile>& tiles) {
            << input.exit_code;
   if (!input.description.empty()) subtitle << " - " << input.description;
   const std::vector<std::string> sub =
-      Wrap(subtitle.str(), kSubtitleScale, text_width, sheet::kMaxSubtitleLines);
+      sheettext::Wrap(subtitle.str(), kSubtitleScale, text_width, sheet::kMaxSubtitleLines);
   const int title_height = sheet::TitleHeight(static_cast<int>(sub.size()));
   // The legend of the stripe cut's marks, when a thumbnail shows them.
   const bool marks = std::any_of(input.pictures.begin(), input.pictures.end(),
@@ -326,15 +235,16 @@ cv::Mat DrawSheet(const ReportInput& input, const std::vector<Tile>& tiles) {
   cv::Mat sheet(height, width, CV_8UC3, kBackground);
 
   const std::string title = input.scenario.empty() ? "kivrun round" : input.scenario;
-  Text(sheet, Fit(title, kTitleScale, text_width, true), {kMargin, 36}, kTitleScale, kTitleText, 2);
+  sheettext::Draw(sheet, sheettext::Fit(title, kTitleScale, text_width, true), {kMargin, 36},
+                  kTitleScale, kTitleText, 2);
   for (std::size_t i = 0; i < sub.size(); ++i) {
-    Text(sheet, sub[i], {kMargin, 64 + static_cast<int>(i) * sheet::kSubtitleLine}, kSubtitleScale,
-         kLabelText);
+    sheettext::Draw(sheet, sub[i], {kMargin, 64 + static_cast<int>(i) * sheet::kSubtitleLine},
+                    kSubtitleScale, kLabelText);
   }
 
   if (tiles.empty()) {
-    Text(sheet, "no pictures were written", {kMargin, title_height + 26}, kSubtitleScale,
-         kPathText);
+    sheettext::Draw(sheet, "no pictures were written", {kMargin, title_height + 26}, kSubtitleScale,
+                    kPathText);
   }
   for (std::size_t i = 0; i < tiles.size(); ++i) {
     DrawTile(sheet, TileCorner(i, title_height), input.pictures[i], tiles[i]);

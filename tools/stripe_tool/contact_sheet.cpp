@@ -1,13 +1,13 @@
 #include "tools/stripe_tool/contact_sheet.h"
 
 #include <algorithm>
-#include <iterator>
 #include <opencv2/imgproc.hpp>
 #include <sstream>
 #include <utility>
 
 #include "tools/stripe_tool/overlay.h"
 #include "tools/stripe_tool/picture_output.h"
+#include "tools/stripe_tool/sheet_text.h"
 
 namespace stripetool {
 
@@ -34,61 +34,12 @@ const cv::Scalar kLabelText(185, 185, 185);
 const cv::Scalar kCutText(90, 230, 90);
 const cv::Scalar kRefusedText(60, 170, 255);
 
-constexpr int kFont = cv::FONT_HERSHEY_SIMPLEX;
 constexpr double kTitleScale = 0.75;
 constexpr double kSubtitleScale = 0.5;
 constexpr double kBandScale = 0.45;
 constexpr int kBandLine = 18;  // baseline to baseline in the band
 constexpr int kTextInset = 6;
 constexpr int kLegendTop = 76;
-
-int TextWidth(const std::string& text, double scale, int thickness = 1) {
-  int baseline = 0;
-  return cv::getTextSize(text, kFont, scale, thickness, &baseline).width;
-}
-
-void Text(cv::Mat& page, const std::string& text, cv::Point at, double scale,
-          const cv::Scalar& colour, int thickness = 1) {
-  cv::putText(page, text, at, kFont, scale, colour, thickness, cv::LINE_AA);
-}
-
-// `text` cut down to `width` pixels, with "..." where it was cut: its start
-// when `keep_end` (a path, whose file name matters most), else its end.
-std::string Fit(const std::string& text, double scale, int width, bool keep_end) {
-  if (TextWidth(text, scale) <= width) return text;
-  for (std::size_t keep = text.size(); keep-- > 0;) {
-    const std::string cut =
-        keep_end ? "..." + text.substr(text.size() - keep) : text.substr(0, keep) + "...";
-    if (TextWidth(cut, scale) <= width) return cut;
-  }
-  return "...";
-}
-
-// `text` broken between words into at most `max_lines` lines of `width`
-// pixels; the last line ends in "..." when the rest does not fit.
-std::vector<std::string> Wrap(const std::string& text, double scale, int width,
-                              std::size_t max_lines) {
-  std::istringstream in(text);
-  const std::vector<std::string> words{std::istream_iterator<std::string>(in),
-                                       std::istream_iterator<std::string>()};
-  std::vector<std::string> lines;
-  std::size_t w = 0;
-  while (w < words.size() && lines.size() < max_lines) {
-    std::string line = words[w++];
-    while (w < words.size() && TextWidth(line + " " + words[w], scale) <= width) {
-      line += " " + words[w++];
-    }
-    lines.push_back(line);
-  }
-  if (w < words.size()) {
-    std::string rest = lines.back();
-    while (w < words.size()) rest += " " + words[w++];
-    lines.back() = Fit(rest, scale, width, false);
-  } else if (!lines.empty()) {
-    lines.back() = Fit(lines.back(), scale, width, false);
-  }
-  return lines;
-}
 
 // Names and pictures may hold any byte; the sheet's font draws printable
 // ASCII only, so anything else shows as '?'.
@@ -108,10 +59,10 @@ void DrawTile(cv::Mat& page, cv::Point corner, const SheetTile& tile) {
     page(area).setTo(kUnreadableTile);
     const std::string head = "cannot read";
     const double head_scale = 0.8;
-    Text(page, head,
-         {corner.x + (kThumbWidth - TextWidth(head, head_scale, 2)) / 2,
-          corner.y + kThumbHeight / 2},
-         head_scale, kTitleText, 2);
+    sheettext::Draw(page, head,
+                    {corner.x + (kThumbWidth - sheettext::Width(head, head_scale, 2)) / 2,
+                     corner.y + kThumbHeight / 2},
+                    head_scale, kTitleText, 2);
   } else {
     tile.thumb.copyTo(page(area));
   }
@@ -121,14 +72,15 @@ void DrawTile(cv::Mat& page, cv::Point corner, const SheetTile& tile) {
   const int text_width = kThumbWidth - 2 * kTextInset;
   const int x = band.x + kTextInset;
   int y = band.y + kBandLine;
-  Text(page, Fit(Printable(tile.path), kBandScale, text_width, true), {x, y}, kBandScale,
-       kPathText);
+  sheettext::Draw(page, sheettext::Fit(Printable(tile.path), kBandScale, text_width, true), {x, y},
+                  kBandScale, kPathText);
   const cv::Scalar& colour = tile.kind == SheetTile::Kind::kCut       ? kCutText
                              : tile.kind == SheetTile::Kind::kRefused ? kRefusedText
                                                                       : kLabelText;
-  for (const std::string& line : Wrap(Printable(tile.caption), kBandScale, text_width, 2)) {
+  for (const std::string& line :
+       sheettext::Wrap(Printable(tile.caption), kBandScale, text_width, 2)) {
     y += kBandLine;
-    Text(page, line, {x, y}, kBandScale, colour);
+    sheettext::Draw(page, line, {x, y}, kBandScale, colour);
   }
 }
 
@@ -172,11 +124,12 @@ cv::Mat DrawSheetPage(const std::vector<SheetTile>& tiles, std::size_t first, st
     title << "pictures " << first << " to " << first + tiles.size() - 1 << " of " << total;
   }
   if (pages > 1) title << ", page " << page << " of " << pages;
-  Text(sheet, title.str(), {kMargin, 36}, kTitleScale, kTitleText, 2);
-  Text(sheet,
-       "Under each picture: its path, then the laser and the outcome (green: cut, orange: "
-       "refused). Marks of the stripe cut:",
-       {kMargin, 62}, kSubtitleScale, kLabelText);
+  sheettext::Draw(sheet, title.str(), {kMargin, 36}, kTitleScale, kTitleText, 2);
+  sheettext::Draw(
+      sheet,
+      "Under each picture: its path, then the laser and the outcome (green: cut, orange: "
+      "refused). Marks of the stripe cut:",
+      {kMargin, 62}, kSubtitleScale, kLabelText);
   legend.copyTo(sheet(cv::Rect(kMargin, kLegendTop, legend.cols, legend.rows)));
 
   for (std::size_t i = 0; i < tiles.size(); ++i) {
