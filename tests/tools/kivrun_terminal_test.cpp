@@ -74,7 +74,7 @@ TEST_F(KivrunTerminalTest, TerminalShowsTheRoundAndWhereItWent) {
   // The log in the folder is the one a pipe gets.
   ASSERT_EQ(Piped("'" + kScenario + "'"), 0);
   const std::string piped = ReadFile(dir_.File("out.txt"));
-  EXPECT_EQ(piped.compare(0, 22, "{\"t\":0,\"event\":\"load\""), 0) << piped.substr(0, 200);
+  EXPECT_EQ(piped.rfind("{\"t\":0,\"event\":\"load\",", 0), 0u) << piped.substr(0, 200);
   EXPECT_EQ(ReadFile(dir_.File("chessboard_round/events.jsonl")), piped);
 }
 
