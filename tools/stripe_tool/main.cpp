@@ -51,10 +51,10 @@ subfolders, in name order (numbers by their value: 500.bmp before 1000.bmp).
 
 Each picture is also judged as the calculation nodes judge one before they
 fit a laser plane to it: a picture that would spoil a calibration is named
-with why, in their words: "saturated stripe (...)", "no stripe (...)" (none,
-or drowned in the background), "too blurred (...)". The report's line
-"calibration", the list's lines and summary, and the JSON and CSV fields
-calibration and calibration_reason say it.
+with why, in their words: a saturated stripe, no stripe (none, or one
+drowned in the background), or a stripe too blurred, each with its figure.
+The report's line calibration, the list's lines and summary, and the JSON
+and CSV fields calibration and calibration_reason say it.
 
 Options:
   --side left|right   laser that took the pictures: left walks each row from
