@@ -9,17 +9,26 @@
 namespace testsupport {
 
 // The fields of one CSV line, split at its commas; a trailing newline is not
-// part of the last field. For rows without quoted fields.
+// part of the last field. A field in double quotes may hold commas, and a
+// doubled quote in it stands for one.
 inline std::vector<std::string> CsvFields(std::string line) {
-  std::vector<std::string> fields;
+  std::vector<std::string> fields(1);
   if (!line.empty() && line.back() == '\n') line.pop_back();
-  std::size_t start = 0;
-  for (;;) {
-    const std::size_t comma = line.find(',', start);
-    fields.push_back(line.substr(start, comma - start));
-    if (comma == std::string::npos) return fields;
-    start = comma + 1;
+  bool quoted = false;
+  for (std::size_t i = 0; i < line.size(); ++i) {
+    const char c = line[i];
+    if (quoted && c == '"' && i + 1 < line.size() && line[i + 1] == '"') {
+      fields.back() += '"';
+      ++i;
+    } else if (c == '"') {
+      quoted = !quoted;
+    } else if (c == ',' && !quoted) {
+      fields.emplace_back();
+    } else {
+      fields.back() += c;
+    }
   }
+  return fields;
 }
 
 }  // namespace testsupport

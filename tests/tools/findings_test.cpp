@@ -74,7 +74,9 @@ TEST(InspectionTest, JsonLinesHaveTheSameKeysWhetherThePictureWasReadOrNot) {
                                          "steep_checks",
                                          "stray_points",
                                          "scan_file",
-                                         "file"};
+                                         "file",
+                                         "calibration",
+                                         "calibration_reason"};
   EXPECT_EQ(Keys(stripetool::JsonLine(two)), keys);
   EXPECT_EQ(Keys(stripetool::JsonLine(unread)), keys);
 
@@ -90,7 +92,8 @@ TEST(InspectionTest, JsonLinesHaveTheSameKeysWhetherThePictureWasReadOrNot) {
   EXPECT_STREQ(json["outcome"].GetString(), "unreadable");
   EXPECT_STREQ(json["description"].GetString(), "cannot read a picture from 'x'");
   for (const char* key : {"points", "num2", "G", "cut_line", "two_stripe_row", "two_stripe_peaks",
-                          "slope_checks", "steep_checks", "stray_points", "file"}) {
+                          "slope_checks", "steep_checks", "stray_points", "file", "calibration",
+                          "calibration_reason"}) {
     EXPECT_TRUE(json[key].IsNull()) << key;
   }
   EXPECT_STREQ(json["scan_file"].GetString(), "/tmp/RR.bmp");
@@ -98,9 +101,11 @@ TEST(InspectionTest, JsonLinesHaveTheSameKeysWhetherThePictureWasReadOrNot) {
 
 TEST(InspectionTest, CsvRowsHaveTheHeadersColumnsAndQuoteWhatNeedsIt) {
   const std::vector<std::string> header = testsupport::CsvFields(stripetool::CsvHeader());
-  ASSERT_EQ(header.size(), 20u);
+  ASSERT_EQ(header.size(), 22u);
   EXPECT_EQ(header[0], "image");
   EXPECT_EQ(header[19], "file");
+  EXPECT_EQ(header[20], "calibration");
+  EXPECT_EQ(header[21], "calibration_reason");
 
   const Inspection two =
       Inspect(testsupport::Mirrored(testsupport::TwoStripePicture()), "right/two.png", kRight);
@@ -132,7 +137,7 @@ TEST(InspectionTest, CsvRowsHaveTheHeadersColumnsAndQuoteWhatNeedsIt) {
                                                 "cannot open 'a,b': No such file or directory");
   EXPECT_EQ(stripetool::CsvRow(odd),
             "\"a,b \"\"c\"\"\nd.bmp\",left,1,20,0,,unreadable,\"cannot open 'a,b': No such file "
-            "or directory\",,,,,,,,,,,/tmp/LL.bmp,\n");
+            "or directory\",,,,,,,,,,,/tmp/LL.bmp,,,\n");
 }
 
 TEST(InspectionTest, ListLinesLineUpAndSayWhyAPictureWasNotRead) {

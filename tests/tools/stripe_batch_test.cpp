@@ -109,49 +109,55 @@ TEST_F(StripeBatchTest, ASessionFolderGivesALinePerPictureAndASummary) {
   const ProgramRun run = Inspect("session");
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.err, std::vector<std::string>{"stripe-inspect: 2 of 6 pictures could not be read"});
-  EXPECT_EQ(run.out,
-            "picture                    laser  outcome\n"
-            "session/left/500.bmp       left   " +
-                left_cut +
-                "\n"
-                "session/left/1000.bmp      left   " +
-                two +
-                "\n"
-                "session/left/1500.png      left   unreadable: " +
-                small +
-                "\n"
-                "session/right/500.bmp      right  " +
-                right_cut +
-                "\n"
-                "session/right/1000.png     right  too few points: 0 (50 needed)\n"
-                "session/right/damaged.bmp  right  unreadable: " +
-                damaged +
-                "\n"
-                "\n"
-                "6 pictures: 2 cut, 2 refused, 2 unreadable\n"
-                "outcome           pictures\n"
-                "cut                      2\n"
-                "two stripes              1\n"
-                "too few points           1\n"
-                "no cut line              0\n"
-                "cut line refused         0\n"
-                "unreadable               2\n"
-                "\n"
-                "refused (2):\n"
-                "  session/left/1000.bmp      left   " +
-                two +
-                "\n"
-                "  session/right/1000.png     right  too few points: 0 (50 needed)\n"
-                "\n"
-                "unreadable (2):\n"
-                "  " +
-                small +
-                "\n"
-                "  " +
-                damaged +
-                "\n"
-                "\n"
-                "passed over in the folders: 1 file not named .bmp or .png\n");
+  EXPECT_EQ(
+      run.out,
+      "picture                    laser  outcome\n"
+      "session/left/500.bmp       left   " +
+          left_cut +
+          "\n"
+          "session/left/1000.bmp      left   " +
+          two +
+          "\n"
+          "session/left/1500.png      left   unreadable: " +
+          small +
+          "\n"
+          "session/right/500.bmp      right  " +
+          right_cut +
+          "\n"
+          "session/right/1000.png     right  too few points: 0 (50 needed)"
+          "; would spoil a calibration: no stripe (0 rows with a centre, at least 20)\n"
+          "session/right/damaged.bmp  right  unreadable: " +
+          damaged +
+          "\n"
+          "\n"
+          "6 pictures: 2 cut, 2 refused, 2 unreadable\n"
+          "outcome           pictures\n"
+          "cut                      2\n"
+          "two stripes              1\n"
+          "too few points           1\n"
+          "no cut line              0\n"
+          "cut line refused         0\n"
+          "unreadable               2\n"
+          "\n"
+          "refused (2):\n"
+          "  session/left/1000.bmp      left   " +
+          two +
+          "\n"
+          "  session/right/1000.png     right  too few points: 0 (50 needed)"
+          "; would spoil a calibration: no stripe (0 rows with a centre, at least 20)\n"
+          "\n"
+          "would spoil a calibration (1):\n"
+          "  session/right/1000.png     right  no stripe (0 rows with a centre, at least 20)\n"
+          "\n"
+          "unreadable (2):\n"
+          "  " +
+          small +
+          "\n"
+          "  " +
+          damaged +
+          "\n"
+          "\n"
+          "passed over in the folders: 1 file not named .bmp or .png\n");
 }
 
 TEST_F(StripeBatchTest, CsvHasAHeaderAndARowPerPicture) {
@@ -162,7 +168,7 @@ TEST_F(StripeBatchTest, CsvHasAHeaderAndARowPerPicture) {
   const std::vector<std::string> lines = Lines(run.out);
   ASSERT_EQ(lines.size(), 7u) << run.out;
   const std::vector<std::string> header = testsupport::CsvFields(lines[0]);
-  ASSERT_EQ(header.size(), 20u);
+  ASSERT_EQ(header.size(), 22u);
   EXPECT_EQ(header[0], "image");
   EXPECT_EQ(header[1], "side");
   EXPECT_EQ(header[5], "result");
@@ -190,8 +196,11 @@ TEST_F(StripeBatchTest, CsvHasAHeaderAndARowPerPicture) {
   EXPECT_EQ(testsupport::CsvFields(lines[6])[7],
             "'session/right/damaged.bmp' is not a BMP or PNG picture; the stripe cut needs 640 x "
             "480 with one 8-bit channel");
-  EXPECT_EQ(testsupport::CsvFields(lines[1]).back(), "/tmp/left/2000.bmp");
-  EXPECT_EQ(testsupport::CsvFields(lines[4]).back(), "/tmp/right/2000.bmp");
+  EXPECT_EQ(testsupport::CsvFields(lines[1])[19], "/tmp/left/2000.bmp");
+  EXPECT_EQ(testsupport::CsvFields(lines[4])[19], "/tmp/right/2000.bmp");
+  EXPECT_EQ(testsupport::CsvFields(lines[1])[20], "usable");
+  EXPECT_EQ(testsupport::CsvFields(lines[5])[20], "no_stripe");
+  EXPECT_EQ(testsupport::CsvFields(lines[5])[21], "no stripe (0 rows with a centre, at least 20)");
 }
 
 TEST_F(StripeBatchTest, JsonIsOneObjectPerPictureAsForOnePicture) {

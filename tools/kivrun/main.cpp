@@ -22,95 +22,14 @@
 #include "tools/kivrun/picture_option.h"
 #include "tools/kivrun/progress.h"
 #include "tools/kivrun/replay.h"
+#include "tools/kivrun/round_folder.h"
 #include "tools/kivrun/runner.h"
 #include "tools/kivrun/scenario.h"
+#include "tools/kivrun/usage.h"
 #include "tools/version.h"
 
 namespace {
 
-constexpr char kUsage[] = R"usage(usage: kivrun [OPTIONS] [SCENARIO.json]
-       kivrun [OPTIONS] --replay OLD.jsonl
-
-Loads node plug-ins into a host framework (the calibration node's, others
-with --plugin and those the scenario names), builds the node under test
-from its JSON configuration and the scenario's other nodes from theirs,
-plays the scenario's steps against it on a virtual clock and writes an
-event log: JSON Lines, one event per line, in the order things happened
-(console lines, publications with their trace tags and fields, inputs
-sent, JSON replies, timers, the calculation nodes' answers, exceptions).
-
-Without a scenario, kivrun builds the node from --config, shows its
-start-up and tears it down.
-
-With --replay, kivrun plays the inputs recorded in an event log against
-the plug-in instead (configuration, sends, JSON commands, clock steps,
-camera settings, the calculation nodes' answers), writes the new log and
-compares it with the old one event by event; the first difference is
-shown with the events before it.
-
-options:
-  --config FILE       node configuration (JSON object); replaces the
-                      scenario's "config" / "config_file"
-  --plugin PATH       a node plug-in to load; again for more (default: the
-                      calibration plug-in installed with kivrun, or in a
-                      build folder the one built with it)
-  --log FILE          write the event log to FILE (default: standard output)
-  --replay OLD.jsonl  play the inputs recorded in the event log OLD.jsonl
-                      and compare the new log with it (exit code 5 when
-                      they differ); no scenario, --config, --realtime
-                      or --pictures (a round played on pictures replays
-                      on the folder it recorded)
-  --echo              also print the node's console lines on standard
-                      error; a run of the same line comes as one line
-                      with a count: "[STB] return_res success cc  (x10)"
-  --echo=raw          the same, every line as it comes
-  --trace-times FILE  write the framework's time per delivery to FILE
-  --progress          show a line per finished "repeat" or "wait" step and,
-                      at the end, a summary of the round (on standard error)
-  --realtime          run the main loop on the wall clock: the 10 ms frame
-                      timer ticks every 10 ms of real time; on a terminal a
-                      progress bar is drawn (and --progress is implied)
-  --report DIR        write a picture report into DIR: pictures.png (every
-                      picture the round wrote) and report.md
-  --private-tmp       run the node against an empty /tmp of its own (a
-                      private mount namespace), so the pictures on this
-                      machine stay as they are; the node's pictures are
-                      gone at the end unless --pictures-out keeps them.
-                      This is the default
-  --machine-tmp       let the node write into the machine's /tmp instead
-                      (/tmp/left, /tmp/right, /tmp/pic, /tmp/LL.bmp,
-                      /tmp/RR.bmp), over the pictures there
-  --pictures-out DIR  copy every file the node wrote into its private /tmp
-                      to DIR at the end, with the same relative paths
-                      (DIR/left/560.bmp, DIR/LL.bmp, ...)
-  --pictures DIR      the camera shows the recorded pictures of the folder
-                      DIR instead of the simulated scene, chosen by distance
-                      and laser: DIR/<distance>/left.png and right.png, or
-                      the node's own DIR/left/<N>.bmp and DIR/right/<N>.bmp
-                      (docs/camera-sim.md); the camera setting
-                      {"pictures": DIR} before the first step
-  -h, --help          show this text
-  --version           show the version and the node's version tags
-
-A value follows its option as "--log FILE" or "--log=FILE". A long option
-may be shortened to any prefix that names only it ("--con" for --config);
-"--" ends the options.
-
-exit codes: 0 the scenario ran to its end; 1 the scenario is wrong (the
-message names the file and the step), or a plug-in could not be loaded
-(the message names the file); 2 bad command line, or the log, the trace,
-standard output, the report or the pictures could not be written; 3 a
-node could not be built; 4 a "repeat" or "wait" step did not get its answer
-within its limit (the message says what came instead); 5 --replay: the
-new log differs from the old one (the first difference is shown); 6
-no private /tmp could be had for the node (the message says why;
---machine-tmp runs without one). A replay that gives the same log exits
-with 0, whatever the recorded round's own exit code was; an old log that
-cannot be replayed (not an event log, damaged, cut short) gives 1, naming
-its file and line.
-
-The scenario format and the event log are described in docs/kivrun.md.
-)usage";
 
 // The options, as getopt_long reads them. A long option without a short name
 // gets an id above 255.
@@ -226,6 +145,7 @@ int main(int argc, char** argv) {
   std::string scenario_path, config_path, log_path, trace_path, pictures_out, replay_path;
   std::string pictures;
   bool echo = false, progress = false, private_tmp = false, machine_tmp = false;
+  bool log_to_stdout = false;  // --log -
 
   std::vector<std::string> args(argv, argv + argc);
   const std::vector<std::pair<bool, std::string>> echo_values = TakeEchoValues(args);
@@ -240,7 +160,7 @@ int main(int argc, char** argv) {
     while (command_line.Next(&id, &value)) {
       switch (id) {
         case kHelp:
-          std::cout << kUsage;
+          std::cout << kivrun::kUsage;
           return StdoutWritten();
         case kVersion:
           toolcli::PrintVersion(std::cout, "kivrun");
@@ -255,7 +175,8 @@ int main(int argc, char** argv) {
           options.plugins.push_back(value);
           break;
         case kLog:
-          log_path = value;
+          log_to_stdout = value == "-";
+          log_path = log_to_stdout ? "" : value;
           break;
         case kTraceTimes:
           trace_path = value;
@@ -355,6 +276,19 @@ int main(int argc, char** argv) {
                       " is the log being replayed; write the new log elsewhere");
   }
 
+  // On a terminal a person reads the round, not its log: the log and the
+  // page go to a folder of the round's.
+  std::string round_folder;
+  if (replay_path.empty() && !scenario_path.empty() && log_path.empty() && !log_to_stdout &&
+      isatty(STDOUT_FILENO) != 0) {
+    const int code =
+        kivrun::SetUpTerminalRound(scenario_path, machine_tmp, &options, &pictures_out, std::cerr);
+    if (code != kivrun::kOk) return code;
+    round_folder = options.report_dir;
+    log_path = (std::filesystem::path(round_folder) / kivrun::kRoundLog).string();
+    progress = true;
+  }
+
   // The new log as the user named it, for messages.
   const std::string log_name = log_path.empty() ? "standard output" : log_path;
   const std::string trace_name = trace_path;
@@ -433,5 +367,6 @@ int main(int argc, char** argv) {
     }
     if (progress) terminal_err << "pictures: " << copied << " copied to " << pictures_out << "\n";
   }
+  if (!round_folder.empty()) kivrun::SayWhereTheRoundIs(round_folder, terminal_err);
   return code;
 }

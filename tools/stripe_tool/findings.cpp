@@ -100,6 +100,29 @@ Inspection Unreadable(const std::string& image, int mode, uint16_t distance, uin
   return inspection;
 }
 
+std::string VerdictKey(calc::StripeVerdict verdict) {
+  switch (verdict) {
+    case calc::StripeVerdict::kUsable:
+      return "usable";
+    case calc::StripeVerdict::kNoStripe:
+      return "no_stripe";
+    case calc::StripeVerdict::kSaturated:
+      return "saturated";
+    case calc::StripeVerdict::kTooBlurred:
+      return "too_blurred";
+  }
+  return "usable";
+}
+
+void JudgeForCalibration(const uint8_t* pixels, int width, int height, int stride,
+                         Inspection* inspection) {
+  const calc::StripeJudgement judgement =
+      calc::JudgeStripe(calc::FindRidgeCentres(pixels, width, height, stride));
+  inspection->calibration = VerdictKey(judgement.verdict);
+  inspection->calibration_reason =
+      judgement.verdict == calc::StripeVerdict::kUsable ? "" : judgement.reason;
+}
+
 std::string SideName(int mode) { return mode == kivplugcali::kStripeWalkLeft ? "left" : "right"; }
 
 std::string ScanFile(const Inspection& inspection) {
@@ -121,6 +144,13 @@ std::string TextReport(const Inspection& inspection) {
        << "scan file    " << ScanFile(inspection) << "\n"
        << "file         " << (inspection.file ? *inspection.file : std::string("none (not cut)"))
        << "\n";
+  if (!inspection.calibration.empty()) {
+    text << "calibration  "
+         << (inspection.calibration_reason.empty()
+                 ? std::string("usable")
+                 : "would spoil a calibration: " + inspection.calibration_reason)
+         << "\n";
+  }
   return text.str();
 }
 
@@ -183,6 +213,18 @@ std::string JsonLine(const Inspection& inspection) {
   } else {
     json.Null();
   }
+  json.Key("calibration");
+  if (inspection.calibration.empty()) {
+    json.Null();
+  } else {
+    json.String(inspection.calibration.c_str());
+  }
+  json.Key("calibration_reason");
+  if (inspection.calibration_reason.empty()) {
+    json.Null();
+  } else {
+    json.String(inspection.calibration_reason.c_str());
+  }
   json.EndObject();
   return std::string(buffer.GetString(), buffer.GetSize()) + "\n";
 }
@@ -190,7 +232,7 @@ std::string JsonLine(const Inspection& inspection) {
 std::string CsvHeader() {
   return "image,side,mode,distance,delt,result,outcome,description,points,num2,G,cut_line,"
          "two_stripe_row,two_stripe_first_peak,two_stripe_second_peak,slope_checks,steep_checks,"
-         "stray_points,scan_file,file\n";
+         "stray_points,scan_file,file,calibration,calibration_reason\n";
 }
 
 std::string CsvRow(const Inspection& inspection) {
@@ -217,6 +259,8 @@ std::string CsvRow(const Inspection& inspection) {
       read ? std::to_string(inspection.stray_points) : "",
       ScanFile(inspection),
       inspection.file ? CsvField(*inspection.file) : "",
+      inspection.calibration,
+      CsvField(inspection.calibration_reason),
   };
   std::string row;
   for (std::size_t i = 0; i < fields.size(); ++i) {
@@ -228,7 +272,11 @@ std::string CsvRow(const Inspection& inspection) {
 
 std::string ListLine(const Inspection& inspection, std::size_t path_width) {
   return Padded(inspection.image, path_width) + "  " + Padded(SideName(inspection.mode), 5) + "  " +
-         (inspection.read ? inspection.words : "unreadable: " + inspection.error) + "\n";
+         (inspection.read ? inspection.words : "unreadable: " + inspection.error) +
+         (inspection.calibration_reason.empty()
+              ? ""
+              : "; would spoil a calibration: " + inspection.calibration_reason) +
+         "\n";
 }
 
 std::string ListHeader(std::size_t path_width) {
@@ -248,6 +296,11 @@ void Tally::Add(const Inspection& inspection) {
   no_cut_line_ += outcome == "no_cut_line" ? 1 : 0;
   cut_refused_ += outcome == "cut_refused" ? 1 : 0;
   if (inspection.result != 0) refused_.push_back(ListLine(inspection, path_width_));
+  if (!inspection.calibration_reason.empty()) {
+    spoiling_.push_back(Padded(inspection.image, path_width_) + "  " +
+                        Padded(SideName(inspection.mode), 5) + "  " +
+                        inspection.calibration_reason + "\n");
+  }
 }
 
 std::string Tally::Text() const {
@@ -272,6 +325,10 @@ std::string Tally::Text() const {
   if (!refused_.empty()) {
     text << "\nrefused (" << refused_.size() << "):\n";
     for (const std::string& line : refused_) text << "  " << line;
+  }
+  if (!spoiling_.empty()) {
+    text << "\nwould spoil a calibration (" << spoiling_.size() << "):\n";
+    for (const std::string& line : spoiling_) text << "  " << line;
   }
   if (!unread_.empty()) {
     text << "\nunreadable (" << unread_.size() << "):\n";

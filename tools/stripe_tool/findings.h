@@ -2,6 +2,12 @@
 // the report of one picture (text), one line of a list (text), a JSON object
 // on one line, a CSV row; and the summary of a list.
 //
+// Beside the node's cut, each picture that was read is judged the way the
+// calculation nodes judge a picture before they fit a plane to it
+// (calc::JudgeStripe over its ridge centres): usable, or one that would
+// spoil a calibration, with the same reason words: "no stripe (...)",
+// "saturated stripe (...)", "too blurred (...)".
+//
 // An Inspection is made from the stripe cut of a picture that was read
 // (Describe) or from the message of a picture that was not (Unreadable). The
 // JSON object and the CSV row have the same fields for both, so that every
@@ -18,6 +24,7 @@
 #include <vector>
 
 #include "src/stripecut.h"
+#include "tools/calc/ridge_centres.h"
 
 namespace stripetool {
 
@@ -42,7 +49,21 @@ struct Inspection {
   int steep_checks = 0;
   int stray_points = 0;
   std::optional<std::string> file;  // the cut picture's path as the node would write it
+
+  // When read and judged: "usable", "no_stripe", "saturated" or
+  // "too_blurred", and the reason in the calculation nodes' words ("" when
+  // usable). "" when not judged.
+  std::string calibration;
+  std::string calibration_reason;
 };
+
+// The key of a verdict: "usable", "no_stripe", "saturated", "too_blurred".
+std::string VerdictKey(calc::StripeVerdict verdict);
+
+// Judges the stripe of a picture (8-bit gray, `stride` bytes a row) for a
+// calibration and keeps the verdict in `inspection`.
+void JudgeForCalibration(const uint8_t* pixels, int width, int height, int stride,
+                         Inspection* inspection);
 
 // The inspection of a picture that was cut with `mode`. `node_folder` is the
 // folder the node stores that laser's cut pictures in (/tmp/left, /tmp/right).
@@ -95,6 +116,7 @@ class Tally {
   std::size_t passed_over_ = 0;
   std::size_t cut_ = 0, two_stripes_ = 0, too_few_points_ = 0, no_cut_line_ = 0, cut_refused_ = 0;
   std::vector<std::string> refused_;  // their list lines
+  std::vector<std::string> spoiling_;  // pictures that would spoil a calibration, with why
   std::vector<std::string> unread_;   // their messages
 };
 

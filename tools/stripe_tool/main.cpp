@@ -49,6 +49,13 @@ pictures had each outcome, and which were refused or could not be read, and
 why. A FOLDER stands for its .bmp and .png files and those of its
 subfolders, in name order (numbers by their value: 500.bmp before 1000.bmp).
 
+Each picture is also judged as the calculation nodes judge one before they
+fit a laser plane to it: a picture that would spoil a calibration is named
+with why, in their words: a saturated stripe, no stripe (none, or one
+drowned in the background), or a stripe too blurred, each with its figure.
+The report's line calibration, the list's lines and summary, and the JSON
+and CSV fields calibration and calibration_reason say it.
+
 Options:
   --side left|right   laser that took the pictures: left walks each row from
                       the left (mode 1), right from the right (mode 8);
@@ -264,8 +271,10 @@ int RunOne(const Options& options, std::ostream& err) {
   const cv::Mat picture = stripetool::ReadPicture(image, options.gray);
   StripeCut cut;
   kivplugcali::CutStripe(picture, mode, &cut);
-  const Inspection inspection =
+  Inspection inspection =
       stripetool::Describe(cut, image, mode, options.distance, options.delt, NodeFolder(mode));
+  stripetool::JudgeForCalibration(picture.data, picture.cols, picture.rows,
+                                  static_cast<int>(picture.step), &inspection);
 
   if (!options.overlay.empty()) {
     const std::string caption = stripetool::SideName(mode) + ": " + inspection.words;
@@ -313,6 +322,8 @@ Inspected InspectEntry(const Options& options, const stripetool::ListEntry& entr
   kivplugcali::CutStripe(picture, mode, &cut);
   done.inspection =
       stripetool::Describe(cut, entry.path, mode, options.distance, options.delt, NodeFolder(mode));
+  stripetool::JudgeForCalibration(picture.data, picture.cols, picture.rows,
+                                  static_cast<int>(picture.step), &done.inspection);
   if (!options.sheet.empty()) {
     done.tile.kind =
         cut.result == 0 ? stripetool::SheetTile::Kind::kCut : stripetool::SheetTile::Kind::kRefused;
