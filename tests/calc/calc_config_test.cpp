@@ -207,4 +207,34 @@ TEST_F(CalcConfigTest, TheCameraParameterNodeReadsTheChessboardOfItsBoardSize) {
   EXPECT_NE(Refusal(NodeKind::kCameraParam, Json(R"("pic_folder": ")" + pic_ + "\"")), "");
 }
 
+TEST_F(CalcConfigTest, TheCameraParameterNodeReadsItsViewsAndWhereTheModelGoes) {
+  const std::string pic = R"({"pic_folder": ")" + pic_ + "\"";
+  const CalcConfig defaults = Read(NodeKind::kCameraParam, pic + "}");
+  EXPECT_EQ(defaults.views, 16);
+  EXPECT_EQ(defaults.board.square, 2.5);
+  EXPECT_EQ(defaults.placement_file, "");
+  EXPECT_EQ(defaults.camera_out, pic_ + "/camera.yaml");
+  const CalcConfig config =
+      Read(NodeKind::kCameraParam,
+           pic + R"(, "board": {"columns": 9, "rows": 6, "square_cm": 2, "margin_cm": 1},)" +
+               R"( "views": 8, "camera_out": ")" + pic_ + R"(/cam.yaml", "placement_file": "p"})");
+  EXPECT_EQ(config.views, 8);
+  EXPECT_EQ(config.board.square, 2.0);
+  EXPECT_EQ(config.board.margin, 1.0);
+  EXPECT_EQ(config.camera_out, pic_ + "/cam.yaml");
+  EXPECT_EQ(config.placement_file, "p");
+  EXPECT_EQ(Refusal(NodeKind::kCameraParam, pic + R"(, "views": 5})"),
+            "KivNodeLaserCalcCameraParam: \"views\" needs a whole number from 6 to 100, not 5");
+  EXPECT_EQ(Refusal(NodeKind::kCameraParam, pic + R"(, "camera_out": "/no/such/camera.yaml"})"),
+            "KivNodeLaserCalcCameraParam: \"camera_out\": the folder of \"/no/such/camera.yaml\" "
+            "is not there");
+  EXPECT_NE(Refusal(NodeKind::kCameraParam, pic + R"(, "board": {"columns": 6, "rows": 6}})")
+                .find("\"board\": "),
+            std::string::npos);
+  EXPECT_NE(Refusal(NodeKind::kCameraParam,
+                    pic + R"(, "board": {"columns": 9, "rows": 6, "squares": 2}})")
+                .find("unknown member \"squares\""),
+            std::string::npos);
+}
+
 }  // namespace

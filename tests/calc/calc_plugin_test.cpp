@@ -260,7 +260,7 @@ TEST_F(CalcPluginTest, TheCheckAndDistanceNodesMeasureWithThePlanesThePlaneNodeS
   EXPECT_STREQ(reports_.back()["planes"].GetString(), "sent");
 }
 
-TEST_F(CalcPluginTest, TheCameraParameterNodeFindsTheChessboard) {
+TEST_F(CalcPluginTest, TheCameraParameterNodeFindsTheChessboardAndKeepsTheView) {
   // A board of 10 x 7 squares of 40 pixels: 9 x 6 inner corners.
   cv::Mat board(480, 640, CV_8UC1, cv::Scalar(255));
   for (int row = 0; row < 7; ++row) {
@@ -276,9 +276,9 @@ TEST_F(CalcPluginTest, TheCameraParameterNodeFindsTheChessboard) {
   Publish(calitopics::kCameraCaliIEParam, CameraClibrIEParamMsg{1});
   host_.Loop().Advance(10000);
   ASSERT_EQ(ieparams_.size(), 1u);
-  EXPECT_EQ(ieparams_[0].ieparam1, 9);
-  EXPECT_EQ(ieparams_[0].ieparam2, 6);
-  EXPECT_EQ(ieparams_[0].ieparam3, 1);
+  EXPECT_EQ(ieparams_[0].ieparam1, 1);  // views kept
+  EXPECT_EQ(ieparams_[0].ieparam2, 0);  // no calibration yet
+  EXPECT_EQ(ieparams_[0].ieparam3, 0);  // kept, more views to come
   const rapidjson::Value& corners = reports_[0]["board"]["corners"];
   ASSERT_EQ(corners.Size(), 54u);
   // The inner corners lie where the squares meet, to a tenth of a pixel.
@@ -294,7 +294,10 @@ TEST_F(CalcPluginTest, TheCameraParameterNodeFindsTheChessboard) {
   host_.Loop().Advance(10000);
   ASSERT_EQ(ieparams_.size(), 2u);
   EXPECT_EQ(ieparams_[1].ieparam3, 14);
+  EXPECT_EQ(ieparams_[1].ieparam1, 1);
   EXPECT_STREQ(reports_[1]["action"].GetString(), "fail");
+  EXPECT_EQ(std::string(reports_[1]["reason"].GetString()).rfind("view 02: board not found", 0),
+            0u);
 }
 
 // The plug-in links the framework library and OpenCV, never the camera

@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "msgs/calcmsgs.h"
+#include "tools/calc/camera_calibration.h"
 #include "tools/calc/picture_files.h"
 
 namespace calc {
@@ -30,7 +31,8 @@ const std::set<std::string>& Members(NodeKind kind) {
                                                  "pictures",     "camera",         "pic_folder",
                                                  "max_apart_mm", "fallback_planes"};
   static const std::set<std::string> camera_param = {"name",     "delay_ms",   "refuse",
-                                                     "pictures", "pic_folder", "board"};
+                                                     "pictures", "pic_folder", "board",
+                                                     "views",    "camera_out", "placement_file"};
   switch (kind) {
     case NodeKind::kPlane:
       return plane;
@@ -145,7 +147,7 @@ class Reader {
   Camera ReadCamera() const;
   std::vector<std::string> ReadPictures() const;
   void ReadFallback(CalcConfig* config) const;
-  BoardSize ReadBoard() const;
+  BoardGeometry ReadBoard() const;
   NodeKind kind() const { return kind_; }
 
  private:
@@ -315,16 +317,32 @@ void Reader::ReadFallback(CalcConfig* config) const {
   config->has_fallback = true;
 }
 
-BoardSize Reader::ReadBoard() const {
-  BoardSize board;
+BoardGeometry Reader::ReadBoard() const {
+  BoardGeometry board{9, 6, 2.5, 2.5};
   const rapidjson::Value* v = Find("board");
   if (v == nullptr) return board;
-  if (!v->IsObject() || v->MemberCount() != 2 || !v->HasMember("columns") ||
-      !v->HasMember("rows")) {
-    Fail("\"board\" needs {\"columns\": C, \"rows\": R} (inner corners), not " + Shown(*v));
+  if (!v->IsObject() || !v->HasMember("columns") || !v->HasMember("rows")) {
+    Fail(
+        "\"board\" needs {\"columns\": C, \"rows\": R} (inner corners), and may give "
+        "\"square_cm\" and \"margin_cm\", not " +
+        Shown(*v));
+  }
+  for (const auto& m : v->GetObject()) {
+    const std::string key(m.name.GetString(), m.name.GetStringLength());
+    if (key != "columns" && key != "rows" && key != "square_cm" && key != "margin_cm") {
+      Fail("\"board\": unknown member \"" + key +
+           "\" (it takes columns, rows, square_cm, "
+           "margin_cm)");
+    }
   }
   board.columns = static_cast<int>(Whole("board.columns", (*v)["columns"], 2, 100));
   board.rows = static_cast<int>(Whole("board.rows", (*v)["rows"], 2, 100));
+  if (v->HasMember("square_cm"))
+    board.square = Number("board.square_cm", (*v)["square_cm"], 0.01, 100);
+  if (v->HasMember("margin_cm"))
+    board.margin = Number("board.margin_cm", (*v)["margin_cm"], 0, 100);
+  const std::string problem = BoardProblem(board);
+  if (!problem.empty()) Fail("\"board\": " + problem);
   return board;
 }
 
@@ -378,6 +396,12 @@ CalcConfig ReadCalcConfig(NodeKind kind, const rapidjson::Value& json) {
       break;
     case NodeKind::kCameraParam:
       config.board = reader.ReadBoard();
+      config.views = static_cast<int>(reader.Whole("views", config.views, kMinViews, 100));
+      config.camera_out = reader.Text("camera_out", FolderOf(config.pictures[0]) + "/camera.yaml");
+      if (config.camera_out.empty() || !IsFolder(FolderOf(config.camera_out))) {
+        reader.Fail("\"camera_out\": the folder of \"" + config.camera_out + "\" is not there");
+      }
+      config.placement_file = reader.Text("placement_file", "");
       break;
   }
   return config;

@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/calc/chessboard.h"
 #include "tools/calc/distance.h"
 #include "tools/calc/geometry.h"
 #include "tools/calc/laser_calibration.h"
@@ -38,12 +39,6 @@ const char* NodeShortName(NodeKind kind);
 class CalcConfigError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
-};
-
-// The size of a chessboard, in inner corners.
-struct BoardSize {
-  int columns = 9;
-  int rows = 6;
 };
 
 struct CalcConfig {
@@ -65,7 +60,14 @@ struct CalcConfig {
   // (a stop-gap; docs/calibration.md).
   bool has_fallback = false;
   Plane fallback[2];
-  BoardSize board;  // camera parameters
+  // camera parameters: the board (inner corners, square and margin in cm),
+  // how many views a calibration takes, where the camera model is written,
+  // and the file that says where the board stands on the robot for the view
+  // being taken (empty: the pose is not measured).
+  BoardGeometry board{9, 6, 2.5, 2.5};
+  int views = 16;
+  std::string camera_out;  // default: camera.yaml beside the chessboard picture
+  std::string placement_file;
 };
 
 // The largest camera model file read (bytes).

@@ -2,10 +2,14 @@
 
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
+#include <sys/stat.h>
 
+#include <cstdio>
 #include <stdexcept>
 
 #include "msgs/calcmsgs.h"
+#include "msgs/calimsgs.h"
+#include "msgs/topics.h"
 #include "platform/kiv/describe.h"
 #include "platform/kiv/plugin.h"
 #include "platform/sunxi_cam/camera_sim.h"
@@ -39,7 +43,18 @@ rapidjson::Document ConfigFor(const ResponderSetting& setting, const std::string
   config.AddMember("refuse", setting.refuse, a);
   config.AddMember("delay_ms", setting.delay_us / 1000, a);
   const sim::SceneTruth truth = sim::Truth();
-  if (setting.node != "ieparam") {
+  if (setting.node == "ieparam") {
+    // The fixture's board, where the fixture says it stands for each view,
+    // and where the camera model goes.
+    rapidjson::Value board(rapidjson::kObjectType);
+    board.AddMember("columns", truth.board.cols, a);
+    board.AddMember("rows", truth.board.rows, a);
+    board.AddMember("square_cm", truth.board.square, a);
+    board.AddMember("margin_cm", truth.board.margin, a);
+    config.AddMember("board", board, a);
+    config.AddMember("camera_out", rapidjson::StringRef(kCameraModelFile), a);
+    config.AddMember("placement_file", rapidjson::StringRef(kPlacementFile), a);
+  } else {
     rapidjson::Value camera(rapidjson::kObjectType);
     camera.AddMember("fx", truth.camera.fx, a);
     camera.AddMember("fy", truth.camera.fy, a);
@@ -62,6 +77,37 @@ rapidjson::Document ConfigFor(const ResponderSetting& setting, const std::string
   return config;
 }
 
+// The board's placement on the robot while it is seen: its frame (origin at
+// the first inner corner) in the camera's, carried into the robot's frame by
+// the camera's pose. This is what the fixture knows of where it holds the
+// board; the node reads it as a fixture's file.
+void WritePlacement() {
+  const sim::SceneTruth truth = sim::Truth();
+  const double(*r)[3] = truth.camera_pose.rotation;  // robot -> camera
+  const double* t = truth.camera_pose.translation;
+  const double(*b)[3] = truth.board.pose.rotation;  // board -> camera
+  const double* bt = truth.board.pose.translation;
+  double origin[3], x_axis[3], y_axis[3];
+  for (int i = 0; i < 3; ++i) {
+    origin[i] = 0;
+    x_axis[i] = 0;
+    y_axis[i] = 0;
+    for (int k = 0; k < 3; ++k) {
+      origin[i] += r[k][i] * (bt[k] - t[k]);
+      x_axis[i] += r[k][i] * b[k][0];
+      y_axis[i] += r[k][i] * b[k][1];
+    }
+  }
+  std::FILE* file = std::fopen(kPlacementFile, "w");
+  if (file == nullptr) return;  // the node says the file is missing
+  std::fprintf(file,
+               "{\"origin_cm\": [%.17g, %.17g, %.17g], \"x_axis\": [%.17g, %.17g, %.17g], "
+               "\"y_axis\": [%.17g, %.17g, %.17g]}\n",
+               origin[0], origin[1], origin[2], x_axis[0], x_axis[1], x_axis[2], y_axis[0],
+               y_axis[1], y_axis[2]);
+  std::fclose(file);
+}
+
 }  // namespace
 
 void CalcPluginNodes::Compute(const ResponderSetting& setting) {
@@ -80,6 +126,19 @@ void CalcPluginNodes::Compute(const ResponderSetting& setting) {
     } catch (const kiv::LoadError& e) {
       throw std::invalid_argument(std::string("the computing ") + setting.node +
                                   " node needs the calculation plug-in: " + e.what());
+    }
+  }
+  if (setting.node == "ieparam") {
+    ::mkdir(kFixtureFolder, 0755);
+    // Each chessboard request, before the node takes it: where the board
+    // stands for this view.
+    if (!placements_watched_) {
+      round_.host.Subscribe<CameraClibrIEParamMsg>("kivrun", calitopics::kCameraCaliIEParam,
+                                                   [this](CameraClibrIEParamMsg*) {
+                                                     if (nodes_.count("ieparam") != 0)
+                                                       WritePlacement();
+                                                   });
+      placements_watched_ = true;
     }
   }
   const std::string name = "kivrun/" + setting.node;

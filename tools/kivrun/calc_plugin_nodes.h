@@ -10,7 +10,10 @@
 // round: the camera model and the wall's height, taken from the camera
 // simulator's truth when the step plays, and for the distance node the true
 // laser planes as the planes to measure with until a plane node has sent
-// some (a stop-gap, docs/calibration.md). The node is named "kivrun/<node>",
+// some (a stop-gap, docs/calibration.md). A camera parameter node gets the
+// fixture's board and, before each chessboard request reaches it, a file
+// saying where the fixture holds the board on the robot (kPlacementFile);
+// it writes the camera model it calibrates to kCameraModelFile. The node is named "kivrun/<node>",
 // which names its answer timer and its answers' trace tag too.
 //
 // Such a node is the host's helper, not the node under test: while it is
@@ -37,6 +40,15 @@ namespace kivrun {
 // The calculation plug-in's file name.
 inline constexpr char kCalcPlugin[] = "liblasercalc.so";
 
+// Where a computing camera parameter node writes the camera model it
+// calibrates, and reads where the fixture holds the board for the view it
+// is asked about (kivrun writes it at each chessboard request). Both are
+// in the node's /tmp, the round's own unless kivrun runs with
+// --machine-tmp.
+inline constexpr char kFixtureFolder[] = "/tmp/kivrun";
+inline constexpr char kCameraModelFile[] = "/tmp/kivrun/camera.yaml";
+inline constexpr char kPlacementFile[] = "/tmp/kivrun/board_placement.json";
+
 class CalcPluginNodes : public ComputingNodes {
  public:
   CalcPluginNodes(RoundContext& round, NodeWatch& node_watch, AnswerWatch& answer_watch)
@@ -61,6 +73,7 @@ class CalcPluginNodes : public ComputingNodes {
   AnswerWatch& answer_watch_;
   std::map<std::string, std::unique_ptr<kiv::KivNode>> nodes_;
   std::map<std::string, std::string> configs_;  // node -> its configuration, minified
+  bool placements_watched_ = false;
 };
 
 }  // namespace kivrun
