@@ -11,6 +11,7 @@
 
 #include "msgs/calcmsgs.h"
 #include "tools/calc/camera_calibration.h"
+#include "tools/calc/camera_model_file.h"
 #include "tools/calc/picture_files.h"
 
 namespace calc {
@@ -22,14 +23,16 @@ constexpr std::size_t kMaxPictures = 1000;
 // The members each node takes.
 const std::set<std::string>& Members(NodeKind kind) {
   static const std::set<std::string> plane = {
-      "name", "delay_ms",    "refuse",       "pictures",  "camera",     "wall_height_cm",
-      "delt", "left_folder", "right_folder", "distances", "min_points", "max_rms_mm"};
+      "name",           "delay_ms",   "refuse",      "pictures",     "camera",
+      "wall_height_cm", "delt",       "left_folder", "right_folder", "distances",
+      "min_points",     "max_rms_mm", "camera_file"};
   static const std::set<std::string> check = {
-      "name", "delay_ms",    "refuse",       "pictures",  "camera",     "wall_height_cm",
-      "delt", "left_folder", "right_folder", "distances", "max_rms_px", "max_worst_px"};
-  static const std::set<std::string> distance = {"name",         "delay_ms",       "refuse",
-                                                 "pictures",     "camera",         "pic_folder",
-                                                 "max_apart_mm", "fallback_planes"};
+      "name",           "delay_ms",     "refuse",      "pictures",     "camera",
+      "wall_height_cm", "delt",         "left_folder", "right_folder", "distances",
+      "max_rms_px",     "max_worst_px", "camera_file"};
+  static const std::set<std::string> distance = {"name",         "delay_ms",        "refuse",
+                                                 "pictures",     "camera",          "pic_folder",
+                                                 "max_apart_mm", "fallback_planes", "camera_file"};
   static const std::set<std::string> camera_param = {"name",     "delay_ms",   "refuse",
                                                      "pictures", "pic_folder", "board",
                                                      "views",    "camera_out", "placement_file"};
@@ -144,7 +147,7 @@ class Reader {
     }
   }
 
-  Camera ReadCamera() const;
+  void ReadCamera(CalcConfig* config) const;
   std::vector<std::string> ReadPictures() const;
   void ReadFallback(CalcConfig* config) const;
   BoardGeometry ReadBoard() const;
@@ -189,10 +192,21 @@ Camera Reader::CameraFrom(const rapidjson::Value& v, const std::string& where) c
   return camera;
 }
 
-Camera Reader::ReadCamera() const {
+void Reader::ReadCamera(CalcConfig* config) const {
+  const rapidjson::Value* file = Find("camera_file");
   const rapidjson::Value* v = Find("camera");
-  if (v == nullptr) Fail("\"camera\" is missing: the camera model, or a file that holds it");
-  if (!v->IsString()) return CameraFrom(*v, "\"camera\"");
+  if (file != nullptr) {
+    if (v != nullptr) Fail("give \"camera\" or \"camera_file\", not both");
+    config->camera_file = Text("camera_file", "");
+    if (config->camera_file.empty()) Fail("\"camera_file\" needs a file name");
+    return;
+  }
+  if (v == nullptr) return;  // every request fails with kNoCamera
+  config->has_camera = true;
+  if (!v->IsString()) {
+    config->camera = ModelOf(CameraFrom(*v, "\"camera\""));
+    return;
+  }
   const std::string path(v->GetString(), v->GetStringLength());
   struct stat s = {};
   if (path.empty() || stat(path.c_str(), &s) != 0) {
@@ -204,6 +218,19 @@ Camera Reader::ReadCamera() const {
   }
   std::ifstream in(path, std::ios::binary);
   std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  const std::size_t first = text.find_first_not_of(" \t\r\n");
+  if (first == std::string::npos || text[first] != '{') {
+    // A camera model file: OpenCV FileStorage or ROS camera_info YAML.
+    std::string error;
+    if (!ParseCameraModel(text, path, &config->camera, &error, {640, 480})) {
+      Fail("\"camera\": " + error);
+    }
+    if (!config->camera.pose_known) {
+      Fail("\"camera\": camera model " + path +
+           " gives no pose on the robot (a camera_info file has none)");
+    }
+    return;
+  }
   rapidjson::Document doc;
   doc.Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag |
             rapidjson::kParseFullPrecisionFlag>(text.c_str(), text.size());
@@ -211,7 +238,7 @@ Camera Reader::ReadCamera() const {
     Fail("\"camera\": '" + path + "' is not JSON (at byte " + std::to_string(doc.GetErrorOffset()) +
          ")");
   }
-  return CameraFrom(doc, "\"camera\" ('" + path + "')");
+  config->camera = ModelOf(CameraFrom(doc, "\"camera\" ('" + path + "')"));
 }
 
 std::vector<std::string> Reader::ReadPictures() const {
@@ -368,7 +395,7 @@ CalcConfig ReadCalcConfig(NodeKind kind, const rapidjson::Value& json) {
   } else {
     config.refuse = reader.Whole("refuse", kPictureRefused, 0, 255);
   }
-  if (kind != NodeKind::kCameraParam) config.camera = reader.ReadCamera();
+  if (kind != NodeKind::kCameraParam) reader.ReadCamera(&config);
   if (kind == NodeKind::kPlane || kind == NodeKind::kCheck) {
     const rapidjson::Value* wall = reader.Find("wall_height_cm");
     if (wall == nullptr)

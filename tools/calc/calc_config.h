@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/calc/camera_model.h"
 #include "tools/calc/chessboard.h"
 #include "tools/calc/distance.h"
 #include "tools/calc/geometry.h"
@@ -50,7 +51,12 @@ struct CalcConfig {
   std::vector<std::string> pictures;
   int64_t refuse = kPictureRefused;  // the failure code of a refusal
   int64_t delay_us = 10000;          // from a request to its answer
-  Camera camera;                     // plane, check, distance
+  // plane, check, distance: the camera, given (`camera`: the values or a
+  // file read when the node is built), or the file read at each request
+  // (`camera_file`); neither: every request fails with kNoCamera.
+  bool has_camera = false;
+  CameraModel camera;
+  std::string camera_file;
   double wall_height = 0;            // cm; plane, check
   CalibrationOptions calibration;    // plane: min_points, max_rms
   double max_rms_px = kCheckMaxRms;  // check
@@ -69,6 +75,10 @@ struct CalcConfig {
   std::string camera_out;  // default: camera.yaml beside the chessboard picture
   std::string placement_file;
 };
+
+// The failure code of a plane, check or distance request when the node has
+// no camera model it can use.
+inline constexpr int kNoCamera = 18;
 
 // The largest camera model file read (bytes).
 inline constexpr int64_t kMaxCameraFileBytes = 65536;

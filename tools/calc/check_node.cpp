@@ -24,18 +24,25 @@ void CheckNode::Refuse(int64_t code) {
 
 Outcome CheckNode::Compute(const std::vector<cv::Mat>& pictures, rapidjson::Document& report) {
   auto& a = report.GetAllocator();
-  const CameraGeometry geometry(config().camera);
-  std::vector<StripePicture> sides[2];
-  PicturesBySide(config().pictures, pictures, config().wall_height, sides);
   answer_ = kiv_camera_calires_msg{};
   answer_.kind = 4;
 
-  // 1. The planes to check: the ones a plane node last sent.
+  // 1. The camera the pictures were taken with.
   Outcome outcome;
+  CameraModel camera;
+  if (!CameraFor(&camera, &outcome)) {
+    answer_.check_result = static_cast<uint8_t>(outcome.code);
+    return outcome;
+  }
+  const CameraGeometry geometry(camera);
+  std::vector<StripePicture> sides[2];
+  PicturesBySide(config().pictures, pictures, config().wall_height, sides);
+
+  // 2. The planes to check: the ones a plane node last sent.
   if (!sent_.valid()) {
     outcome.Fail(kNothingToCheck, "no planes to check: the computing plane node has sent none");
   }
-  // 2. Each laser's stripes against its plane.
+  // 3. Each laser's stripes against its plane.
   Residuals residuals[2];
   rapidjson::Value measured(rapidjson::kObjectType), planes(rapidjson::kObjectType);
   for (int side = 0; side < 2 && sent_.valid(); ++side) {
@@ -54,7 +61,7 @@ Outcome CheckNode::Compute(const std::vector<cv::Mat>& pictures, rapidjson::Docu
     }
     measured.AddMember(rapidjson::StringRef(kSides[side]), laser, a);
   }
-  // 3. The four values, and whether they pass.
+  // 4. The four values, and whether they pass.
   if (outcome.code == kSuccess) {
     EncodeCheck(residuals[0].rms, residuals[0].worst, residuals[1].rms, residuals[1].worst,
                 answer_.check_data);

@@ -39,15 +39,21 @@ LocatedStripe LocateStripe(const CameraGeometry& geometry, const StripePicture& 
   const StripeScan scan = FindStripeCentres(g.pixels, g.width, g.height, g.stride, options.stripe);
   out.stripe_rows = static_cast<int>(scan.centres.size());
   out.two_stripes = scan.rows_two_stripes;
-  for (const StripeCentre& c : scan.centres) {
+  // The centres as an ideal pinhole shows them: the lens's distortion undone.
+  std::vector<Pixel> pixels;
+  pixels.reserve(scan.centres.size());
+  for (const StripeCentre& c : scan.centres) pixels.push_back({c.u, static_cast<double>(c.v)});
+  pixels = geometry.Undistorted(pixels);
+  for (std::size_t i = 0; i < scan.centres.size(); ++i) {
+    const StripeCentre& c = scan.centres[i];
     TargetPoint p;
-    p.pixel = {c.u, static_cast<double>(c.v)};
+    p.pixel = pixels[i];
     const Located located = Locate(geometry, picture.target, p.pixel);
     if (located.surface == Surface::kNeither) {
       ++out.off_target;
       continue;
     }
-    const double foot = FootRow(geometry, picture.target.distance, c.u);
+    const double foot = FootRow(geometry, picture.target.distance, p.pixel.u);
     if (std::fabs(p.pixel.v - foot) <= options.foot_margin * c.half_window) {
       ++out.near_foot;
       continue;

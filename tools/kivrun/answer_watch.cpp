@@ -125,13 +125,12 @@ void AddCheck(const rapidjson::Value& report, Fields& f) {
   f.value().AddMember("residuals", measured, a);
 }
 
-void AddDistance(const rapidjson::Value& report, const sim::SceneTruth& truth,
-                 bool fallback_is_truth, Fields& f) {
+void AddDistance(const rapidjson::Value& report, const sim::SceneTruth& truth, Fields& f) {
   auto& a = f.allocator();
   const std::string planes = Member(report, "planes").IsString()
                                  ? Member(report, "planes").GetString()
                                  : std::string("none");
-  f.Str("planes", planes == "fallback" && fallback_is_truth ? "true" : planes);
+  f.Str("planes", planes);
   const rapidjson::Value& walls = Member(report, "walls");
   bool both = walls.IsObject();
   if (walls.IsObject()) {
@@ -231,7 +230,7 @@ void AddCamera(const rapidjson::Value& report, const sim::SceneTruth& truth, Fie
 
 }  // namespace
 
-void AddComputed(const rapidjson::Value& report, bool fallback_is_truth, Fields& event) {
+void AddComputed(const rapidjson::Value& report, Fields& event) {
   const std::string node =
       Member(report, "node").IsString() ? Member(report, "node").GetString() : std::string();
   if (Member(report, "action") != "refuse") {
@@ -241,7 +240,7 @@ void AddComputed(const rapidjson::Value& report, bool fallback_is_truth, Fields&
     } else if (node == "check") {
       AddCheck(report, event);
     } else if (node == "distance") {
-      AddDistance(report, truth, fallback_is_truth, event);
+      AddDistance(report, truth, event);
     } else if (node == "ieparam") {
       AddBoard(report, event);
       AddCamera(report, truth, event);
@@ -286,7 +285,7 @@ void AnswerWatch::Answered(const ResponderKind& kind, const void* record) {
   DecodeFields(layout, record, fields, f.allocator());
   f.value().AddMember("fields", fields, f.allocator());
   if (Member(report, "problems").IsArray()) f.Json("problems", Member(report, "problems"));
-  AddComputed(report, fallback_is_truth_, f);
+  AddComputed(report, f);
   round_.log.Write("answer", f.value());
   round_.summary.Answered(kind.node, action, f.value());
   round_.summary.Computed(kind.node, f.value());

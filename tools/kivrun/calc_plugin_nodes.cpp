@@ -20,18 +20,12 @@ namespace {
 namespace sim = sunxi_cam::sim;
 using Allocator = rapidjson::Document::AllocatorType;
 
-rapidjson::Value PlaneConfig(const sim::LaserPlane& plane, Allocator& a) {
-  rapidjson::Value normal(rapidjson::kArrayType);
-  normal.PushBack(plane.nx, a).PushBack(plane.ny, a).PushBack(plane.nz, a);
-  rapidjson::Value v(rapidjson::kObjectType);
-  v.AddMember("normal", normal, a);
-  v.AddMember("offset_cm", plane.offset, a);
-  return v;
-}
-
 // The node's configuration: what the step says, and what the host knows of
-// the round from the simulator's truth.
-rapidjson::Document ConfigFor(const ResponderSetting& setting, const std::string& name) {
+// the round: the camera model (the file a camera parameter node of the
+// round writes, else the scenario's), the fixture's board and the target's
+// wall.
+rapidjson::Document ConfigFor(const ResponderSetting& setting, const std::string& name,
+                              const std::string& camera_file, const std::string& camera_model) {
   rapidjson::Document config(rapidjson::kObjectType);
   auto& a = config.GetAllocator();
   config.AddMember("name", rapidjson::Value(name.c_str(), a), a);
@@ -54,25 +48,14 @@ rapidjson::Document ConfigFor(const ResponderSetting& setting, const std::string
     config.AddMember("board", board, a);
     config.AddMember("camera_out", rapidjson::StringRef(kCameraModelFile), a);
     config.AddMember("placement_file", rapidjson::StringRef(kPlacementFile), a);
-  } else {
-    rapidjson::Value camera(rapidjson::kObjectType);
-    camera.AddMember("fx", truth.camera.fx, a);
-    camera.AddMember("fy", truth.camera.fy, a);
-    camera.AddMember("cx", truth.camera.cx, a);
-    camera.AddMember("cy", truth.camera.cy, a);
-    camera.AddMember("height_cm", truth.camera.height, a);
-    camera.AddMember("pitch_deg", truth.camera.pitch, a);
-    config.AddMember("camera", camera, a);
+  } else if (!camera_file.empty()) {
+    // The camera the round's chessboard views measure, read at each request.
+    config.AddMember("camera_file", rapidjson::Value(camera_file.c_str(), a), a);
+  } else if (!camera_model.empty()) {
+    config.AddMember("camera", rapidjson::Value(camera_model.c_str(), a), a);
   }
   if (setting.node == "plane" || setting.node == "check") {
     config.AddMember("wall_height_cm", truth.wall_height, a);
-  }
-  if (setting.node == "distance") {
-    // A stop-gap: the planes to measure with until a plane node sent some.
-    rapidjson::Value planes(rapidjson::kObjectType);
-    planes.AddMember("left", PlaneConfig(truth.left, a), a);
-    planes.AddMember("right", PlaneConfig(truth.right, a), a);
-    config.AddMember("fallback_planes", planes, a);
   }
   return config;
 }
@@ -142,7 +125,9 @@ void CalcPluginNodes::Compute(const ResponderSetting& setting) {
     }
   }
   const std::string name = "kivrun/" + setting.node;
-  const rapidjson::Document config = ConfigFor(setting, name);
+  if (setting.node == "ieparam") chessboard_camera_ = true;
+  const rapidjson::Document config =
+      ConfigFor(setting, name, chessboard_camera_ ? kCameraModelFile : "", camera_model_);
   rapidjson::StringBuffer text;
   rapidjson::Writer<rapidjson::StringBuffer> writer(text);
   config.Accept(writer);
@@ -161,7 +146,6 @@ void CalcPluginNodes::Compute(const ResponderSetting& setting) {
   node_watch_.SetMuted(false);
   if (!node) throw std::invalid_argument("the builder of " + id + " returned no node");
   node_watch_.MuteTimersNamed(node->NodeName());
-  if (setting.node == "distance") answer_watch_.SetFallbackIsTruth(true);
   nodes_[setting.node] = std::move(node);
   configs_[setting.node] = text.GetString();
 }
