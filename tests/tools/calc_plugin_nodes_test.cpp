@@ -335,8 +335,11 @@ TEST_F(ComputingRespondersTest, PicturesThatTheSentPlanesDoNotExplainFailTheChec
   EXPECT_EQ(check.check_result, 10);
   EXPECT_LT(check.check_data[0], 100);
   EXPECT_GT(check.check_data[2], 200);
-  EXPECT_NE(std::string(LastAnswer()["reason"].GetString()).find("right laser: residuals of "),
-            std::string::npos);
+  const std::string reason = LastAnswer()["reason"].GetString();
+  EXPECT_EQ(reason.rfind("right laser: the stripe of ", 0), 0u) << reason;
+  EXPECT_NE(reason.find(" px aside on average; at most 0.1 px pass"), std::string::npos) << reason;
+  EXPECT_GT(LastAnswer()["residuals"]["right"]["bias_px"].GetDouble(), 0.1);
+  EXPECT_LT(LastAnswer()["residuals"]["left"]["bias_px"].GetDouble(), 0.05);
 }
 
 TEST_F(ComputingRespondersTest, WithoutSentPlanesTheCheckFailsWithCode11) {

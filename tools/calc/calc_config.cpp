@@ -29,7 +29,7 @@ const std::set<std::string>& Members(NodeKind kind) {
   static const std::set<std::string> check = {
       "name",           "delay_ms",     "refuse",      "pictures",     "camera",
       "wall_height_cm", "delt",         "left_folder", "right_folder", "distances",
-      "max_rms_px",     "max_worst_px", "camera_file"};
+      "max_rms_px",     "max_worst_px", "camera_file", "max_bias_px"};
   static const std::set<std::string> distance = {"name",         "delay_ms",        "refuse",
                                                  "pictures",     "camera",          "pic_folder",
                                                  "max_apart_mm", "fallback_planes", "camera_file"};
@@ -412,6 +412,7 @@ CalcConfig ReadCalcConfig(NodeKind kind, const rapidjson::Value& json) {
       }
       break;
     case NodeKind::kCheck:
+      config.max_bias_px = reader.Number("max_bias_px", config.max_bias_px, 0, 1000);
       config.max_rms_px = reader.Number("max_rms_px", config.max_rms_px, 0, 1000);
       config.max_worst_px = reader.Number("max_worst_px", config.max_worst_px, 0, 1000);
       break;

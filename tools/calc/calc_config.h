@@ -16,6 +16,7 @@
 #include <rapidjson/document.h>
 
 #include <cstdint>
+#include <limits>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -57,10 +58,13 @@ struct CalcConfig {
   bool has_camera = false;
   CameraModel camera;
   std::string camera_file;
-  double wall_height = 0;            // cm; plane, check
-  CalibrationOptions calibration;    // plane: min_points, max_rms
-  double max_rms_px = kCheckMaxRms;  // check
-  double max_worst_px = kCheckMaxWorst;
+  double wall_height = 0;          // cm; plane, check
+  CalibrationOptions calibration;  // plane: min_points, max_rms
+  // check: the largest bias that passes, and limits of the RMS and the
+  // largest residual (infinite: not judged)
+  double max_bias_px = kCheckMaxBias;
+  double max_rms_px = std::numeric_limits<double>::infinity();
+  double max_worst_px = std::numeric_limits<double>::infinity();
   double max_apart = kMaxDisagreement;  // distance: cm between the two lasers' walls
   // distance: the planes to measure with until a plane node has sent some
   // (a stop-gap; docs/calibration.md).

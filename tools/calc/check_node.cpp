@@ -58,6 +58,8 @@ Outcome CheckNode::Compute(const std::vector<cv::Mat>& pictures, rapidjson::Docu
       laser.AddMember("rms_px", r.rms, a);
       laser.AddMember("worst_px", r.worst, a);
       laser.AddMember("points", r.points, a);
+      laser.AddMember("bias_px", r.bias, a);
+      laser.AddMember("bias_picture", rapidjson::Value(r.bias_picture.c_str(), a), a);
     }
     measured.AddMember(rapidjson::StringRef(kSides[side]), laser, a);
   }
@@ -67,8 +69,14 @@ Outcome CheckNode::Compute(const std::vector<cv::Mat>& pictures, rapidjson::Docu
                 answer_.check_data);
     for (int side = 0; side < 2; ++side) {
       const Residuals& r = residuals[side];
+      char text[200];
+      if (r.bias > config().max_bias_px) {
+        std::snprintf(text, sizeof text, "%s laser: the stripe of %s lies %.3f px aside on average",
+                      kSides[side], r.bias_picture.c_str(), r.bias);
+        outcome.Fail(kCheckFailed,
+                     text + ("; at most " + Figure(config().max_bias_px) + " px pass"));
+      }
       if (r.rms > config().max_rms_px || r.worst > config().max_worst_px) {
-        char text[120];
         std::snprintf(text, sizeof text, "%s laser: residuals of %.3f px RMS and %.3f px at worst",
                       kSides[side], r.rms, r.worst);
         outcome.Fail(kCheckFailed, text + ("; at most " + Figure(config().max_rms_px) + " and " +

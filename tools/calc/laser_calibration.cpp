@@ -145,6 +145,8 @@ Residuals CheckPlane(const CameraGeometry& geometry, const Plane& plane,
   Residuals out;
   double squares = 0;
   for (const StripePicture& picture : pictures) {
+    double sums[2] = {0, 0};  // signed residuals of the floor part, the wall part
+    int counts[2] = {0, 0};
     const LocatedStripe stripe = LocateStripe(geometry, picture, options);
     if (stripe.stripe_rows < options.min_stripe_rows) {
       out.code = kNoStripe;
@@ -156,10 +158,22 @@ Residuals CheckPlane(const CameraGeometry& geometry, const Plane& plane,
     for (const TargetPoint& p : stripe.points) {
       double u = 0;
       if (!ColumnAt(geometry, plane, p.surface, picture.target, p.pixel.v, &u)) continue;
-      const double r = std::fabs(p.pixel.u - u);
+      const double signed_r = p.pixel.u - u;
+      const double r = std::fabs(signed_r);
       squares += r * r;
       out.worst = std::fmax(out.worst, r);
       ++out.points;
+      const int part = p.surface == Surface::kFloor ? 0 : 1;
+      sums[part] += signed_r;
+      ++counts[part];
+    }
+    for (int part = 0; part < 2; ++part) {
+      if (counts[part] < kBiasMinPoints) continue;
+      const double bias = std::fabs(sums[part] / counts[part]);
+      if (bias > out.bias) {
+        out.bias = bias;
+        out.bias_picture = picture.name + (part == 0 ? " (floor)" : " (wall)");
+      }
     }
   }
   if (out.points < options.min_points) {

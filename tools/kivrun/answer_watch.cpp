@@ -119,6 +119,7 @@ void AddCheck(const rapidjson::Value& report, Fields& f) {
       laser.AddMember("rms_px", Rounded(Number(got, "rms_px"), 4), a);
       laser.AddMember("worst_px", Rounded(Number(got, "worst_px"), 4), a);
       laser.AddMember("points", Member(got, "points").GetInt(), a);
+      laser.AddMember("bias_px", Rounded(Number(got, "bias_px"), 4), a);
     }
     measured.AddMember(rapidjson::StringRef(side), laser, a);
   }
