@@ -105,7 +105,11 @@ LaserFit CalibrateLaser(const CameraGeometry& geometry, const std::vector<Stripe
                     " needed)";
     return result;
   }
-  result.fit = FitPlane(points, weights);
+  const RobustPlane robust = FitPlaneRobust(points, weights);
+  result.fit = robust.fit;
+  result.outliers = robust.outliers;
+  for (int i = 0; i < 9; ++i) result.covariance[i] = robust.covariance[i];
+  result.sigma = robust.sigma;
   if (!result.fit.ok) {
     result.code = kTooFewPoints;
     result.reason = "no plane through the points";
@@ -118,7 +122,9 @@ LaserFit CalibrateLaser(const CameraGeometry& geometry, const std::vector<Stripe
         result.fit.spread, options.min_spread);
     return result;
   }
-  // The RMS distance, unweighted, in cm.
+  // The RMS distance of all the points, unweighted, in cm: pictures that do
+  // not show the target where their names say (filed under the wrong
+  // distance) are refused, not left out as outliers.
   double squares = 0;
   for (const Vec3& p : points) {
     const double d = Dot(result.fit.plane.normal, p) - result.fit.plane.offset;
@@ -131,6 +137,23 @@ LaserFit CalibrateLaser(const CameraGeometry& geometry, const std::vector<Stripe
         "the points do not lie on one plane: %.2f mm from it on average, at most %.2f mm allowed",
         rms * 10, options.max_rms * 10);
     return result;
+  }
+  return result;
+}
+
+LaserFit CalibrateLaserThrough(const CameraModel& camera,
+                               const std::vector<StripePicture>& pictures,
+                               const CalibrationOptions& options) {
+  LaserFit result = CalibrateLaser(CameraGeometry(camera), pictures, options);
+  if (result.code != kSuccess) return result;
+  const auto refit = [&](const CameraModel& moved, PlaneAngles* angles) {
+    const LaserFit fit = CalibrateLaser(CameraGeometry(moved), pictures, options);
+    if (fit.code != kSuccess) return false;
+    *angles = AnglesOf(fit.fit.plane);
+    return true;
+  };
+  if (CameraCovariance(camera, refit, result.camera_covariance)) {
+    result.sigma = Combine(result.covariance, result.camera_covariance);
   }
   return result;
 }

@@ -9,9 +9,13 @@
 // or the wall. Rows close to the foot of the wall are left out: there the
 // floor part and the wall part of the stripe overlap in a row and neither
 // centre is clean. CalibrateLaser fits one plane through the points of all
-// pictures of a laser (plane_fit.h), each point weighted by the inverse
-// square of the distance one pixel moves it on its surface, so that every
-// point counts by how precisely the picture places it. CheckPlane measures,
+// pictures of a laser, each point weighted by the inverse square of the
+// distance one pixel moves it on its surface, so that every point counts by
+// how precisely the picture places it; the fit is robust (robust_plane.h:
+// points far off the plane, a reflection or a second stripe, are left out)
+// and gives the 1-sigma of the plane's yaw, roll and offset from its points.
+// CalibrateLaserThrough adds the camera's share of that uncertainty, from
+// the 1-sigma the camera model carries. CheckPlane measures,
 // in pixels along the rows, how far each stripe centre lies from where a
 // given plane puts the stripe.
 //
@@ -26,6 +30,7 @@
 
 #include "tools/calc/geometry.h"
 #include "tools/calc/plane_fit.h"
+#include "tools/calc/robust_plane.h"
 #include "tools/calc/stripe_centres.h"
 
 namespace calc {
@@ -92,13 +97,25 @@ struct LaserFit {
   int code = kSuccess;
   std::string reason;  // why not, naming the picture; empty on success
   PlaneFit fit;        // the plane (fit.ok) when code is kSuccess
-  int points = 0;      // used in the fit
+  int points = 0;      // on the target, outliers included
   int floor_points = 0, wall_points = 0;
+  int outliers = 0;                  // points the robust fit left out
+  double covariance[9] = {};         // of yaw, roll, offset from the points (robust_plane.h)
+  double camera_covariance[9] = {};  // the camera's share (CalibrateLaserThrough)
+  PlaneSigma sigma;                  // the 1-sigma of both together
 };
 
 // Fits the plane of one laser through the stripes of its pictures.
 LaserFit CalibrateLaser(const CameraGeometry& geometry, const std::vector<StripePicture>& pictures,
                         const CalibrationOptions& options = {});
+
+// CalibrateLaser through `camera`, with the camera's share of the plane's
+// uncertainty: the plane fitted again through the camera moved by each of
+// its known 1-sigmas (CameraCovariance). A camera without 1-sigmas adds
+// nothing.
+LaserFit CalibrateLaserThrough(const CameraModel& camera,
+                               const std::vector<StripePicture>& pictures,
+                               const CalibrationOptions& options = {});
 
 // Whether the left laser's plane lies right of the right one's, where they
 // meet the floor across the robot's origin (x = 0, below the camera and the

@@ -47,7 +47,6 @@ Outcome PlaneNode::Compute(const std::vector<cv::Mat>& pictures, rapidjson::Docu
     answer_.result = outcome.code;
     return outcome;
   }
-  const CameraGeometry geometry(camera);
   std::vector<StripePicture> sides[2];
   PicturesBySide(config().pictures, pictures, config().wall_height, sides);
 
@@ -55,7 +54,7 @@ Outcome PlaneNode::Compute(const std::vector<cv::Mat>& pictures, rapidjson::Docu
   LaserFit fits[2];
   rapidjson::Value lasers(rapidjson::kObjectType);
   for (int side = 0; side < 2; ++side) {
-    fits[side] = CalibrateLaser(geometry, sides[side], config().calibration);
+    fits[side] = CalibrateLaserThrough(camera, sides[side], config().calibration);
     const LaserFit& fit = fits[side];
     rapidjson::Value laser(rapidjson::kObjectType);
     if (fit.code != kSuccess) {
@@ -68,6 +67,12 @@ Outcome PlaneNode::Compute(const std::vector<cv::Mat>& pictures, rapidjson::Docu
       laser.AddMember("floor_points", fit.floor_points, a);
       laser.AddMember("wall_points", fit.wall_points, a);
       laser.AddMember("rms_cm", fit.fit.rms, a);
+      laser.AddMember("outliers", fit.outliers, a);
+      rapidjson::Value sigma(rapidjson::kObjectType);
+      sigma.AddMember("yaw_deg", fit.sigma.yaw, a);
+      sigma.AddMember("roll_deg", fit.sigma.roll, a);
+      sigma.AddMember("offset_cm", fit.sigma.offset, a);
+      laser.AddMember("sigma", sigma, a);
     }
     lasers.AddMember(rapidjson::StringRef(kSides[side]), laser, a);
   }

@@ -86,6 +86,14 @@ void AddPlane(const rapidjson::Value& report, const sim::SceneTruth& truth, Fiel
       laser.AddMember("floor_points", Member(got, "floor_points").GetInt(), a);
       laser.AddMember("wall_points", Member(got, "wall_points").GetInt(), a);
       laser.AddMember("rms_um", Rounded(Number(got, "rms_cm") * 10000, 1), a);
+      laser.AddMember("outliers",
+                      Member(got, "outliers").IsInt() ? Member(got, "outliers").GetInt() : 0, a);
+      const rapidjson::Value& sigma = Member(got, "sigma");
+      rapidjson::Value sigmas(rapidjson::kObjectType);
+      sigmas.AddMember("yaw", Rounded(Number(sigma, "yaw_deg"), 5), a);
+      sigmas.AddMember("roll", Rounded(Number(sigma, "roll_deg"), 5), a);
+      sigmas.AddMember("offset_mm", Rounded(Number(sigma, "offset_cm") * 10, 4), a);
+      laser.AddMember("sigma", sigmas, a);
       const calc::Plane plane = ReportedPlane(got);
       rapidjson::Value error(rapidjson::kObjectType);
       error.AddMember("normal_deg", Rounded(calc::AngleBetween(plane, true_planes[side]), 5), a);

@@ -230,7 +230,10 @@ void RoundSummary::Computed(const std::string& node, const rapidjson::Value& ans
                "%.5f deg (normal), %+.4f mm (offset)",
                Number(got, "yaw"), Number(got, "roll"), Number(got, "offset_mm"),
                Number(truth, "yaw"), Number(truth, "roll"), Number(truth, "offset_mm"),
-               Number(error, "normal_deg"), Number(error, "offset_mm")));
+               Number(error, "normal_deg"), Number(error, "offset_mm")) +
+              Text("; 1-sigma %.4f, %.4f deg, %.4f mm", Number(Member(got, "sigma"), "yaw"),
+                   Number(Member(got, "sigma"), "roll"),
+                   Number(Member(got, "sigma"), "offset_mm")));
     }
     if (failed) rows.emplace_back("plane calibration", Failure(answer));
   } else if (node == "check") {
