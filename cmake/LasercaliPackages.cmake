@@ -57,7 +57,10 @@ the rounds with computing calculation nodes.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME lasercali-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION misc)
-set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${runtime}, ${opencv}, libopencv-imgproc406 (>= 4.6.0+dfsg)")
+# kivrun's summary and report measure stripes through a camera model, whose
+# lens calib3d undistorts.
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${runtime}, ${opencv}, libopencv-imgproc406 (>= 4.6.0+dfsg), \
+libopencv-calib3d406 (>= 4.6.0+dfsg)")
 # The shipped rounds with computing calculation nodes need the calculation plug-in.
 set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS "lasercali-calc (= ${this_version})")
 # The shlibs file names the two libraries; dpkg runs ldconfig through a trigger.

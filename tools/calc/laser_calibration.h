@@ -147,7 +147,7 @@ inline constexpr int kBiasMinPoints = 20;
 // with the true planes, while a plane off by 0.05 degrees of yaw, 0.1
 // degrees of roll or 0.05 mm of offset moves the nearest or farthest
 // pictures aside by more than 0.1 px (laser_calibration_test,
-// docs/calibration.md). The recovered planes leave a bias of 0.03 to 0.04
+// docs/calibration.md). The recovered planes leave a bias of 0.02 to 0.05
 // px on clean factory pictures and on the robot's pictures seen through the
 // camera their chessboard views measured.
 inline constexpr double kCheckMaxBias = 0.1;
