@@ -67,7 +67,8 @@ struct Figures {
 std::string Scenario(const calctest::Pose& pose) {
   std::ostringstream s;
   s << "{\"description\": \"calibration_accuracy pose\", \"config_file\": \""
-    << LASERCALI_SOURCE_DIR << "/scenarios/lasercali.json\", \"steps\": [\n"
+    << LASERCALI_SOURCE_DIR << "/scenarios/lasercali.json\", \"camera_model\": \""
+    << LASERCALI_SOURCE_DIR << "/scenarios/cameras/ideal.yaml\", \"steps\": [\n"
     << "{\"responder\": \"plane\", \"compute\": true},\n"
     << "{\"responder\": \"check\", \"compute\": true},\n"
     << "{\"responder\": \"distance\", \"compute\": true},\n"

@@ -7,7 +7,8 @@
 // scene again and again (what is kept from frame to frame, the speckle of
 // a seed and each pixel's direction for a camera, is made once), BM_FirstFrame
 // draws each frame with a new seed, so its speckle is made too.
-// BM_FactoryRound plays scenarios/factory_plane_round*.json with kivrun,
+// BM_FactoryRound plays scenarios/factory_plane_round*.json, BM_RobotChain
+// scenarios/robot_chain_round.json (the whole calibration chain) with kivrun,
 // whose node runs in a private /tmp of its own (--private-tmp); the wall
 // time includes starting kivrun.
 #include <benchmark/benchmark.h>
@@ -120,6 +121,21 @@ BENCHMARK(BM_FactoryRound)
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime()
     ->Iterations(5);
+
+// The whole calibration from the pictures alone on the robot's camera
+// (scenarios/robot_chain_round.json): sixteen chessboard views and the
+// camera's calibration, the factory plane round through the measured
+// camera, the check and the distance check, with kivrun started each time.
+void BM_RobotChain(benchmark::State& state) {
+  for (auto _ : state) {
+    if (!PlayRound("robot_chain_round.json")) {
+      state.SkipWithError("kivrun did not play robot_chain_round.json to its end");
+      break;
+    }
+  }
+  state.SetLabel("robot_chain_round.json, kivrun started each time");
+}
+BENCHMARK(BM_RobotChain)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(5);
 
 }  // namespace
 

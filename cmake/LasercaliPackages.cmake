@@ -42,7 +42,9 @@ libsunxi_cam.so.0), which lasercali-tools provides on a PC.")
 
 set(CPACK_DEBIAN_CALC_PACKAGE_NAME lasercali-calc)
 set(CPACK_DEBIAN_CALC_PACKAGE_SECTION misc)
-set(CPACK_DEBIAN_CALC_PACKAGE_DEPENDS "${runtime}, ${opencv}, libopencv-imgproc406 (>= 4.6.0+dfsg), \
+# The camera's calibration (chessboard coverage, std::hypot) needs glibc 2.35.
+set(calc_runtime "libc6 (>= 2.35), libgcc-s1 (>= 3.0), libstdc++6 (>= 12)")
+set(CPACK_DEBIAN_CALC_PACKAGE_DEPENDS "${calc_runtime}, ${opencv}, libopencv-imgproc406 (>= 4.6.0+dfsg), \
 libopencv-calib3d406 (>= 4.6.0+dfsg), lasercali-tools (= ${this_version})")
 set(CPACK_DEBIAN_CALC_DESCRIPTION "calculation nodes plug-in for kiv
 liblasercalc.so, the nodes that compute the laser calibration from the
@@ -55,7 +57,10 @@ the rounds with computing calculation nodes.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME lasercali-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION misc)
-set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${runtime}, ${opencv}, libopencv-imgproc406 (>= 4.6.0+dfsg)")
+# kivrun's summary and report measure stripes through a camera model, whose
+# lens calib3d undistorts.
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${runtime}, ${opencv}, libopencv-imgproc406 (>= 4.6.0+dfsg), \
+libopencv-calib3d406 (>= 4.6.0+dfsg)")
 # The shipped rounds with computing calculation nodes need the calculation plug-in.
 set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS "lasercali-calc (= ${this_version})")
 # The shlibs file names the two libraries; dpkg runs ldconfig through a trigger.

@@ -1,12 +1,17 @@
 #!/bin/sh
-# Installs what is missing, builds, and runs the main job: a whole factory
-# plane calibration on the PC. kivrun loads the calibration node, plays the
-# factory tool (distances 5 to 45, each repeated until accepted, then the
-# plane calibration and a distance check) and the computing calculation
-# nodes, which fit each laser's plane to the pictures the node stored
-# (docs/calibration.md), and shows the node's console lines, a line per
-# accepted distance and a summary of the round: each laser's recovered plane
-# beside the simulator's true one, the check and the distance check. Each
+# Installs what is missing, builds, and runs the main job: the whole
+# calibration from the pictures alone, on the robot's camera (the camera
+# preset "robot": a lens with distortion, blur, speckle, a real sensor).
+# kivrun loads the calibration node, plays the factory tool (sixteen
+# chessboard views, then distances 5 to 45, each repeated until accepted,
+# then the plane calibration and a distance check) and the computing
+# calculation nodes (docs/calibration.md): the camera parameter node
+# measures the camera from the chessboard views, the plane node fits each
+# laser's plane through that camera, the check node judges the planes and
+# the distance node measures the wall. It shows the node's console lines, a
+# line per step and a summary of the round: the recovered camera beside the
+# simulator's, each laser's recovered plane beside the true one, the check
+# and the distance check (scenarios/robot_chain_round.json). Each
 # round writes into a folder of its own, out/<scenario>/: the event log
 # (events.jsonl), the round's page (report.html: open it in a browser), the
 # picture report (report.md, pictures.png) and the pictures the node wrote
@@ -20,17 +25,20 @@
 # usage: scripts/demo.sh [--quiet] [--realtime] [--pictures DIR [--app]] [SCENARIO.json]
 #   --quiet         leave out the node's console lines
 #   --realtime      run the 10 ms frame timer on the wall clock (with a progress bar)
-#   --pictures DIR  play the round on recorded pictures instead of the simulated
+#   --pictures DIR  play the factory round on recorded pictures instead of the simulated
 #                   scene: DIR/<distance>/left.png and right.png (27.5 too, the
 #                   distance check's wall), or a folder a round wrote
 #                   (DIR/left/<N>.bmp, DIR/right/<N>.bmp, DIR/pic/dis_left.bmp,
 #                   such as out/<scenario>/pictures); see docs/camera-sim.md.
 #                   scenarios/pictures/ is an example with a fault planted in
-#                   the right picture at 20 cm
+#                   the right picture at 20 cm; DIR/camera.yaml, when there,
+#                   is the camera the pictures were taken with
 #   --app           the app round (scenarios/app_compute_round.json) instead of
 #                   the factory round
-#   SCENARIO        another round, e.g. scenarios/misaligned_laser_round.json
-#                   (default: scenarios/factory_compute_round.json;
+#   SCENARIO        another round, e.g. scenarios/factory_compute_round.json (the
+#                   factory round on the ideal camera, the default with
+#                   --pictures), scenarios/misaligned_laser_round.json
+#                   (default: scenarios/robot_chain_round.json;
 #                   scenarios/factory_plane_round.json answers with fixed numbers)
 # Exit code 0 only when the round reached its final result; otherwise
 # kivrun's exit code (4: a request did not get its answer, explained on the
@@ -52,7 +60,7 @@ out=out
 echo_lines="--echo"
 realtime=""
 pictures=""
-scenario="scenarios/factory_compute_round.json"
+scenario=""
 while [ $# -gt 0 ]; do
   case "$1" in
     --quiet) echo_lines="" ;;
@@ -69,6 +77,13 @@ while [ $# -gt 0 ]; do
   esac
   shift
 done
+if [ -z "$scenario" ]; then
+  if [ -n "$pictures" ]; then
+    scenario="scenarios/factory_compute_round.json"
+  else
+    scenario="scenarios/robot_chain_round.json"
+  fi
+fi
 [ -f "$scenario" ] || { echo "demo.sh: no scenario $scenario" >&2; exit 2; }
 if [ -n "$pictures" ] && [ ! -d "$pictures" ]; then
   echo "demo.sh: --pictures needs a folder, not '$pictures'" >&2
@@ -93,6 +108,7 @@ build_kivrun() {
 # What the round is called in the stage line.
 round_name() {
   case "$1" in
+    scenarios/robot_chain_round.json) echo "the whole calibration on the robot's camera" ;;
     scenarios/factory_compute_round.json) echo "the factory round" ;;
     scenarios/app_compute_round.json) echo "the app round" ;;
     scenarios/factory_plane_round.json) echo "the factory round with fixed answers" ;;

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "tests/support/temp_folder.h"
+#include "tools/calc/camera_model_file.h"
 
 namespace {
 
@@ -58,8 +59,9 @@ TEST_F(CalcConfigTest, FoldersGiveTheFactoryPicturesOfEveryDistance) {
   EXPECT_EQ(config.pictures.front(), left_ + "/560.bmp");
   EXPECT_EQ(config.pictures[8], left_ + "/4560.bmp");
   EXPECT_EQ(config.pictures[9], right_ + "/560.bmp");
-  EXPECT_EQ(config.camera.fy, 451);
-  EXPECT_EQ(config.camera.pitch, 10);
+  EXPECT_TRUE(config.has_camera);
+  EXPECT_EQ(config.camera.intrinsics.fy, 451);
+  EXPECT_EQ(config.camera.pose.pitch, 10);
   EXPECT_EQ(config.wall_height, 200);
   EXPECT_EQ(config.refuse, 2);
   EXPECT_EQ(config.delay_us, 10000);
@@ -122,14 +124,17 @@ TEST_F(CalcConfigTest, EveryMemberIsCheckedWithAMessageNamingIt) {
             "KivNodeLaserCalcCheck: \"refuse\" needs a whole number from 0 to 255, not 256");
   EXPECT_EQ(Refusal(NodeKind::kPlane, Json(Folders() + R"(, "refuse": 300)")), "");
   EXPECT_EQ(Refusal(NodeKind::kPlane, Json(Folders() + R"(, "max_rms_px": 1)")),
-            "KivNodeLaserCalcPlane: unknown member \"max_rms_px\" (it takes camera, delay_ms, "
-            "delt, distances, left_folder, max_rms_mm, min_points, name, pictures, refuse, "
-            "right_folder, wall_height_cm)");
+            "KivNodeLaserCalcPlane: unknown member \"max_rms_px\" (it takes camera, camera_file, "
+            "delay_ms, delt, distances, left_folder, max_rms_mm, min_points, name, pictures, "
+            "refuse, right_folder, wall_height_cm)");
   EXPECT_EQ(Refusal(NodeKind::kPlane, Json(R"("delt": 100)")),
             "KivNodeLaserCalcPlane: \"delt\" needs a whole number from 0 to 99, not 100");
-  EXPECT_EQ(Refusal(NodeKind::kPlane, R"({"delt": 60})"),
-            "KivNodeLaserCalcPlane: \"camera\" is missing: the camera model, or a file that holds "
-            "it");
+  // Without a camera the node is built; it refuses every request (kNoCamera).
+  EXPECT_FALSE(Read(NodeKind::kPlane, R"({"delt": 60, "wall_height_cm": 200, "left_folder": ")" +
+                                          left_ + R"(", "right_folder": ")" + right_ + R"("})")
+                   .has_camera);
+  EXPECT_EQ(Refusal(NodeKind::kPlane, Json(R"("camera_file": "c.yaml")")),
+            "KivNodeLaserCalcPlane: give \"camera\" or \"camera_file\", not both");
   EXPECT_EQ(Refusal(NodeKind::kPlane, R"({"camera": {"fx": 450, "fy": 450, "cx": 320, "cy": 240,
               "height_cm": 5, "pitch_deg": 10}, "delt": 60})"),
             "KivNodeLaserCalcPlane: \"wall_height_cm\" is missing: the height of the target's "
@@ -153,9 +158,9 @@ TEST_F(CalcConfigTest, TheCameraModelMayComeFromAFile) {
                             "pitch_deg": 12.5})";
   const CalcConfig config = Read(
       NodeKind::kDistance, R"({"camera": ")" + file + R"(", "pic_folder": ")" + pic_ + R"("})");
-  EXPECT_EQ(config.camera.fx, 600);
-  EXPECT_EQ(config.camera.cy, 250);
-  EXPECT_EQ(config.camera.pitch, 12.5);
+  EXPECT_EQ(config.camera.intrinsics.fx, 600);
+  EXPECT_EQ(config.camera.intrinsics.cy, 250);
+  EXPECT_EQ(config.camera.pose.pitch, 12.5);
   EXPECT_EQ(config.pictures[1], pic_ + "/dis_right.bmp");
   EXPECT_EQ(Refusal(NodeKind::kDistance,
                     R"({"camera": "/nowhere.json", "pic_folder": ")" + pic_ + R"("})"),
@@ -170,6 +175,43 @@ TEST_F(CalcConfigTest, TheCameraModelMayComeFromAFile) {
       Refusal(NodeKind::kDistance, R"({"camera": "/dev/zero", "pic_folder": ")" + pic_ + R"("})"),
       "KivNodeLaserCalcDistance: \"camera\": '/dev/zero' is not a camera model file (a "
       "regular file of at most 65536 bytes)");
+}
+
+TEST_F(CalcConfigTest, TheCameraModelMayBeAYamlFileOrAFileReadAtEachRequest) {
+  calc::CameraModel model;
+  model.intrinsics.fx = 520;
+  model.distortion.k1 = -0.3;
+  model.pose.yaw = 0.5;
+  std::string error;
+  const std::string yaml = folder_.File("camera.yaml");
+  ASSERT_TRUE(calc::WriteCameraModelFile(yaml, model, &error)) << error;
+  const CalcConfig config = Read(
+      NodeKind::kDistance, R"({"camera": ")" + yaml + R"(", "pic_folder": ")" + pic_ + R"("})");
+  EXPECT_EQ(config.camera.intrinsics.fx, 520);
+  EXPECT_EQ(config.camera.distortion.k1, -0.3);
+  EXPECT_EQ(config.camera.pose.yaw, 0.5);
+  // A file cut short is refused, naming it.
+  const std::string text = calc::FormatCameraModel(model);
+  std::ofstream(folder_.File("cut.yaml")) << text.substr(0, text.size() / 2);
+  EXPECT_NE(Refusal(NodeKind::kDistance, R"({"camera": ")" + folder_.File("cut.yaml") +
+                                             R"(", "pic_folder": ")" + pic_ + R"("})")
+                .find("\"camera\": camera model " + folder_.File("cut.yaml")),
+            std::string::npos);
+  // A camera_info file has no pose: the node could not place the rays.
+  std::ofstream(folder_.File("info.yaml"))
+      << "image_width: 640\nimage_height: 480\ncamera_name: c\ncamera_matrix:\n  rows: 3\n"
+         "  cols: 3\n  data: [500, 0, 320, 0, 500, 240, 0, 0, 1]\ndistortion_model: plumb_bob\n"
+         "distortion_coefficients:\n  rows: 1\n  cols: 5\n  data: [0, 0, 0, 0, 0]\n";
+  EXPECT_NE(Refusal(NodeKind::kDistance, R"({"camera": ")" + folder_.File("info.yaml") +
+                                             R"(", "pic_folder": ")" + pic_ + R"("})")
+                .find("gives no pose on the robot"),
+            std::string::npos);
+  // "camera_file" is read when the node answers: it need not be there yet.
+  const CalcConfig later =
+      Read(NodeKind::kDistance, R"({"camera_file": ")" + folder_.File("later.yaml") +
+                                    R"(", "pic_folder": ")" + pic_ + R"("})");
+  EXPECT_FALSE(later.has_camera);
+  EXPECT_EQ(later.camera_file, folder_.File("later.yaml"));
 }
 
 TEST_F(CalcConfigTest, TheDistanceNodesFallbackPlanesAreUnitNormalsAndOffsets) {
@@ -205,6 +247,36 @@ TEST_F(CalcConfigTest, TheCameraParameterNodeReadsTheChessboardOfItsBoardSize) {
             "not 1");
   // It takes no camera model: it is what it will calibrate.
   EXPECT_NE(Refusal(NodeKind::kCameraParam, Json(R"("pic_folder": ")" + pic_ + "\"")), "");
+}
+
+TEST_F(CalcConfigTest, TheCameraParameterNodeReadsItsViewsAndWhereTheModelGoes) {
+  const std::string pic = R"({"pic_folder": ")" + pic_ + "\"";
+  const CalcConfig defaults = Read(NodeKind::kCameraParam, pic + "}");
+  EXPECT_EQ(defaults.views, 16);
+  EXPECT_EQ(defaults.board.square, 2.5);
+  EXPECT_EQ(defaults.placement_file, "");
+  EXPECT_EQ(defaults.camera_out, pic_ + "/camera.yaml");
+  const CalcConfig config =
+      Read(NodeKind::kCameraParam,
+           pic + R"(, "board": {"columns": 9, "rows": 6, "square_cm": 2, "margin_cm": 1},)" +
+               R"( "views": 8, "camera_out": ")" + pic_ + R"(/cam.yaml", "placement_file": "p"})");
+  EXPECT_EQ(config.views, 8);
+  EXPECT_EQ(config.board.square, 2.0);
+  EXPECT_EQ(config.board.margin, 1.0);
+  EXPECT_EQ(config.camera_out, pic_ + "/cam.yaml");
+  EXPECT_EQ(config.placement_file, "p");
+  EXPECT_EQ(Refusal(NodeKind::kCameraParam, pic + R"(, "views": 5})"),
+            "KivNodeLaserCalcCameraParam: \"views\" needs a whole number from 6 to 100, not 5");
+  EXPECT_EQ(Refusal(NodeKind::kCameraParam, pic + R"(, "camera_out": "/no/such/camera.yaml"})"),
+            "KivNodeLaserCalcCameraParam: \"camera_out\": the folder of \"/no/such/camera.yaml\" "
+            "is not there");
+  EXPECT_NE(Refusal(NodeKind::kCameraParam, pic + R"(, "board": {"columns": 6, "rows": 6}})")
+                .find("\"board\": "),
+            std::string::npos);
+  EXPECT_NE(Refusal(NodeKind::kCameraParam,
+                    pic + R"(, "board": {"columns": 9, "rows": 6, "squares": 2}})")
+                .find("unknown member \"squares\""),
+            std::string::npos);
 }
 
 }  // namespace

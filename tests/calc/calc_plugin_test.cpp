@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <fstream>
 #include <memory>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
@@ -26,6 +27,7 @@
 #include "platform/sunxi_cam/camera_sim.h"
 #include "tests/support/elf_dynamic.h"
 #include "tests/support/temp_folder.h"
+#include "tools/calc/camera_model_file.h"
 
 namespace {
 
@@ -207,6 +209,50 @@ TEST_F(CalcPluginTest, AnswersAPlaneRequestForAFolderOfPictures) {
   EXPECT_FALSE(report.HasMember("code"));
 }
 
+// "camera_file" is read at each request: a file that is missing, cut short,
+// for another picture size or with a number that is not finite fails the
+// request with code 18, naming the file; the model written later is used.
+TEST_F(CalcPluginTest, ACameraFileIsReadAtEachRequestAndABadOneFailsWithCode18) {
+  StoreFactoryRound();
+  const std::string file = pic_ + "/camera.yaml";
+  Build("KivNodeLaserCalcPlane", R"({"name": "plane", "camera_file": ")" + file +
+                                     R"(", "wall_height_cm": 200,
+            "left_folder": ")" + left_ +
+                                     R"(", "right_folder": ")" + right_ + R"(", "delt": 60})");
+  const sim::SceneTruth truth = sim::Truth();
+  calc::CameraModel model =
+      calc::ModelOf({truth.camera.fx, truth.camera.fy, truth.camera.cx, truth.camera.cy,
+                     truth.camera.height, truth.camera.pitch});
+  const std::string good = calc::FormatCameraModel(model);
+  std::string nan = good;
+  nan.replace(nan.find("height_cm: 5."), 13, "height_cm: .nan");
+  std::string small = good;
+  small.replace(small.find("image_width: 640"), 16, "image_width: 320");
+  const struct {
+    const char* what;
+    std::string text;  // empty: no file
+    const char* reason;
+  } cases[] = {{"missing", "", "missing"},
+               {"cut short", good.substr(0, good.size() / 2), "line"},
+               {"of another picture size", small, "320"},
+               {"not finite", nan, "finite"}};
+  for (const auto& c : cases) {
+    std::remove(file.c_str());
+    if (!c.text.empty()) std::ofstream(file) << c.text;
+    Publish(calitopics::kLaserCalibrReq, LaserClibrMsg{1});
+    host_.Loop().Advance(10000);
+    ASSERT_FALSE(planes_.empty());
+    EXPECT_EQ(planes_.back().result, 18) << c.what;
+    const std::string reason = reports_.back()["reason"].GetString();
+    EXPECT_EQ(reason.rfind("no camera model: camera model " + file, 0), 0u) << reason;
+    EXPECT_NE(reason.find(c.reason), std::string::npos) << c.what << ": " << reason;
+  }
+  std::ofstream(file) << good;
+  Publish(calitopics::kLaserCalibrReq, LaserClibrMsg{1});
+  host_.Loop().Advance(10000);
+  EXPECT_EQ(planes_.back().result, 1);
+}
+
 TEST_F(CalcPluginTest, RefusesAMissingPictureWithTheConfiguredCode) {
   StoreFactoryRound();
   std::remove((right_ + "/2060.bmp").c_str());
@@ -260,7 +306,7 @@ TEST_F(CalcPluginTest, TheCheckAndDistanceNodesMeasureWithThePlanesThePlaneNodeS
   EXPECT_STREQ(reports_.back()["planes"].GetString(), "sent");
 }
 
-TEST_F(CalcPluginTest, TheCameraParameterNodeFindsTheChessboard) {
+TEST_F(CalcPluginTest, TheCameraParameterNodeFindsTheChessboardAndKeepsTheView) {
   // A board of 10 x 7 squares of 40 pixels: 9 x 6 inner corners.
   cv::Mat board(480, 640, CV_8UC1, cv::Scalar(255));
   for (int row = 0; row < 7; ++row) {
@@ -276,9 +322,9 @@ TEST_F(CalcPluginTest, TheCameraParameterNodeFindsTheChessboard) {
   Publish(calitopics::kCameraCaliIEParam, CameraClibrIEParamMsg{1});
   host_.Loop().Advance(10000);
   ASSERT_EQ(ieparams_.size(), 1u);
-  EXPECT_EQ(ieparams_[0].ieparam1, 9);
-  EXPECT_EQ(ieparams_[0].ieparam2, 6);
-  EXPECT_EQ(ieparams_[0].ieparam3, 1);
+  EXPECT_EQ(ieparams_[0].ieparam1, 1);  // views kept
+  EXPECT_EQ(ieparams_[0].ieparam2, 0);  // no calibration yet
+  EXPECT_EQ(ieparams_[0].ieparam3, 0);  // kept, more views to come
   const rapidjson::Value& corners = reports_[0]["board"]["corners"];
   ASSERT_EQ(corners.Size(), 54u);
   // The inner corners lie where the squares meet, to a tenth of a pixel.
@@ -294,7 +340,10 @@ TEST_F(CalcPluginTest, TheCameraParameterNodeFindsTheChessboard) {
   host_.Loop().Advance(10000);
   ASSERT_EQ(ieparams_.size(), 2u);
   EXPECT_EQ(ieparams_[1].ieparam3, 14);
+  EXPECT_EQ(ieparams_[1].ieparam1, 1);
   EXPECT_STREQ(reports_[1]["action"].GetString(), "fail");
+  EXPECT_EQ(std::string(reports_[1]["reason"].GetString()).rfind("view 02: board not found", 0),
+            0u);
 }
 
 // The plug-in links the framework library and OpenCV, never the camera

@@ -61,10 +61,11 @@ void CheckAccepted(NodeKind kind, const calc::CalcConfig& config) {
               config.board.rows <= 100,
           "the board's size");
   } else {
-    const calc::Camera& c = config.camera;
-    Check(c.fx > 0 && c.fy > 0 && c.height > 0 && std::fabs(c.pitch) < 90 && std::isfinite(c.cx) &&
-              std::isfinite(c.cy),
+    const calc::Camera c = calc::PinholeOf(config.camera);
+    Check(!config.has_camera || (c.fx > 0 && c.fy > 0 && c.height > 0 && std::fabs(c.pitch) < 90 &&
+                                 std::isfinite(c.cx) && std::isfinite(c.cy)),
           "the camera model");
+    Check(!config.has_camera || config.camera_file.empty(), "one camera, not two");
   }
   Check(config.max_rms_px > 0 && config.max_worst_px > 0 && config.max_apart > 0 &&
             config.calibration.max_rms > 0 && config.calibration.min_points >= 3,

@@ -1,6 +1,6 @@
 // The computing calculation nodes of a round: nodes of liblasercalc.so that
-// kivrun builds for "compute" settings, given the camera model and the wall
-// from the simulator's truth, and whose answers kivrun logs with the truth
+// kivrun builds for "compute" settings, given the scenario's camera model file
+// and the wall from the simulator's scene, and whose answers kivrun logs with the truth
 // and the errors beside what they computed.
 #include "tools/kivrun/calc_plugin_nodes.h"
 
@@ -30,6 +30,9 @@ namespace {
 namespace sim = sunxi_cam::sim;
 using kivrun::ResponderSetting;
 
+// The simulator's ideal camera as a camera model file, as a scenario names it.
+const char kIdealCamera[] = LASERCALI_SOURCE_DIR "/scenarios/cameras/ideal.yaml";
+
 class ComputingRespondersTest : public ::testing::Test {
  protected:
   ComputingRespondersTest()
@@ -43,6 +46,7 @@ class ComputingRespondersTest : public ::testing::Test {
     host_.SetObserver(&node_watch_);
     answer_watch_.Start();
     responders_.SetComputingNodes(&calc_nodes_);
+    calc_nodes_.SetCameraModel(kIdealCamera);
     host_.Subscribe<LaserClibrMsg>("tool", "LASER_CALIBR_REQRES",
                                    [this](LaserClibrMsg* m) { planes_.push_back(*m); });
     host_.Subscribe<kiv_camera_calires_msg>(
@@ -135,6 +139,11 @@ class ComputingRespondersTest : public ::testing::Test {
   std::string DisLeft() const { return folder_.File("pic") + "/dis_left.bmp"; }
   std::string DisRight() const { return folder_.File("pic") + "/dis_right.bmp"; }
   // The last "answer" event of the log.
+  // A computing distance node that has learnt the planes a plane node sent.
+  void SendPlanes() {
+    responders_.Configure(Computing("distance", {DisLeft(), DisRight()}));
+    ASSERT_EQ(PlaneAnswer(StoreFactoryRound()).result, 1);
+  }
   rapidjson::Document LastAnswer() {
     std::istringstream lines(log_text_.str());
     std::string last;
@@ -326,8 +335,11 @@ TEST_F(ComputingRespondersTest, PicturesThatTheSentPlanesDoNotExplainFailTheChec
   EXPECT_EQ(check.check_result, 10);
   EXPECT_LT(check.check_data[0], 100);
   EXPECT_GT(check.check_data[2], 200);
-  EXPECT_NE(std::string(LastAnswer()["reason"].GetString()).find("right laser: residuals of "),
-            std::string::npos);
+  const std::string reason = LastAnswer()["reason"].GetString();
+  EXPECT_EQ(reason.rfind("right laser: the stripe of ", 0), 0u) << reason;
+  EXPECT_NE(reason.find(" px aside on average; at most 0.1 px pass"), std::string::npos) << reason;
+  EXPECT_GT(LastAnswer()["residuals"]["right"]["bias_px"].GetDouble(), 0.1);
+  EXPECT_LT(LastAnswer()["residuals"]["left"]["bias_px"].GetDouble(), 0.05);
 }
 
 TEST_F(ComputingRespondersTest, WithoutSentPlanesTheCheckFailsWithCode11) {
@@ -337,29 +349,34 @@ TEST_F(ComputingRespondersTest, WithoutSentPlanesTheCheckFailsWithCode11) {
             "no planes to check: the computing plane node has sent none");
 }
 
-TEST_F(ComputingRespondersTest, TheDistanceNodeMeasuresTheWall) {
-  sim::Scene scene = sim::GetScene();
-  scene.distance = 23.7;
-  sim::SetScene(scene);
+TEST_F(ComputingRespondersTest, WithoutPlanesTheDistanceNodeFailsWithCode11) {
+  // No plane node has sent planes, and kivrun configures none: the true
+  // planes never reach the node.
   Store(DisLeft(), 23.7, 1);
   Store(DisRight(), 23.7, 8);
   const kiv_camera_distance_msg answer = DistanceAnswer();
   EXPECT_EQ(answer.kind, 1);
-  EXPECT_EQ(answer.status, 0);
-  EXPECT_NEAR(answer.distance, 2370, 3);  // tenths of a millimetre
-  EXPECT_NEAR(answer.far_values[0], 2370, 3);
-  EXPECT_NEAR(answer.far_values[4], 2370, 3);
-  EXPECT_GT(answer.far_values[3], 100);         // wall points
-  EXPECT_NEAR(answer.near_values[0], 640, 20);  // the floor from 64 mm on
+  EXPECT_EQ(answer.status, 11);
   const rapidjson::Document event = LastAnswer();
-  EXPECT_STREQ(event["planes"].GetString(), "true");  // none were sent
-  EXPECT_EQ(event["truth"]["distance_mm"].GetDouble(), 237);
-  EXPECT_LT(std::fabs(event["errors"]["distance_mm"].GetDouble()), 0.5);
+  EXPECT_STREQ(event["planes"].GetString(), "none");
+  EXPECT_EQ(std::string(event["reason"].GetString()),
+            "no planes to measure with: no plane node has sent planes, and none are configured");
+}
+
+TEST_F(ComputingRespondersTest, WithoutACameraModelEveryNodeRefusesWithCode18) {
+  calc_nodes_.SetCameraModel("");
+  const std::vector<std::string> paths = StoreFactoryRound();
+  EXPECT_EQ(PlaneAnswer(paths).result, 18);
+  EXPECT_EQ(std::string(LastAnswer()["reason"].GetString()),
+            "no camera model: the node was given none (\"camera\" or \"camera_file\")");
+  EXPECT_EQ(CheckAnswer(paths).check_result, 18);
+  Store(DisLeft(), 30, 1);
+  Store(DisRight(), 30, 8);
+  EXPECT_EQ(DistanceAnswer().status, 18);
 }
 
 TEST_F(ComputingRespondersTest, TheDistanceNodeUsesThePlanesTheNodeSent) {
-  responders_.Configure(Computing("distance", {DisLeft(), DisRight()}));
-  ASSERT_EQ(PlaneAnswer(StoreFactoryRound()).result, 1);
+  SendPlanes();
   Store(DisLeft(), 31.2, 1);
   Store(DisRight(), 31.2, 8);
   const kiv_camera_distance_msg answer = DistanceAnswer();
@@ -370,6 +387,7 @@ TEST_F(ComputingRespondersTest, TheDistanceNodeUsesThePlanesTheNodeSent) {
 }
 
 TEST_F(ComputingRespondersTest, WithoutAWallTheDistanceFailsWithCode12) {
+  SendPlanes();
   sim::Scene scene = sim::GetScene();
   scene.wall = false;
   sim::SetScene(scene);
@@ -381,6 +399,7 @@ TEST_F(ComputingRespondersTest, WithoutAWallTheDistanceFailsWithCode12) {
 }
 
 TEST_F(ComputingRespondersTest, LasersThatSeeDifferentWallsFailWithCode13) {
+  SendPlanes();
   Store(DisLeft(), 30, 1);
   Store(DisRight(), 31, 8);
   const kiv_camera_distance_msg answer = DistanceAnswer();

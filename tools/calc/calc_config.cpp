@@ -10,6 +10,8 @@
 #include <sstream>
 
 #include "msgs/calcmsgs.h"
+#include "tools/calc/camera_calibration.h"
+#include "tools/calc/camera_model_file.h"
 #include "tools/calc/picture_files.h"
 
 namespace calc {
@@ -21,16 +23,19 @@ constexpr std::size_t kMaxPictures = 1000;
 // The members each node takes.
 const std::set<std::string>& Members(NodeKind kind) {
   static const std::set<std::string> plane = {
-      "name", "delay_ms",    "refuse",       "pictures",  "camera",     "wall_height_cm",
-      "delt", "left_folder", "right_folder", "distances", "min_points", "max_rms_mm"};
+      "name",           "delay_ms",   "refuse",      "pictures",     "camera",
+      "wall_height_cm", "delt",       "left_folder", "right_folder", "distances",
+      "min_points",     "max_rms_mm", "camera_file"};
   static const std::set<std::string> check = {
-      "name", "delay_ms",    "refuse",       "pictures",  "camera",     "wall_height_cm",
-      "delt", "left_folder", "right_folder", "distances", "max_rms_px", "max_worst_px"};
-  static const std::set<std::string> distance = {"name",         "delay_ms",       "refuse",
-                                                 "pictures",     "camera",         "pic_folder",
-                                                 "max_apart_mm", "fallback_planes"};
+      "name",           "delay_ms",     "refuse",      "pictures",     "camera",
+      "wall_height_cm", "delt",         "left_folder", "right_folder", "distances",
+      "max_rms_px",     "max_worst_px", "camera_file", "max_bias_px"};
+  static const std::set<std::string> distance = {"name",         "delay_ms",        "refuse",
+                                                 "pictures",     "camera",          "pic_folder",
+                                                 "max_apart_mm", "fallback_planes", "camera_file"};
   static const std::set<std::string> camera_param = {"name",     "delay_ms",   "refuse",
-                                                     "pictures", "pic_folder", "board"};
+                                                     "pictures", "pic_folder", "board",
+                                                     "views",    "camera_out", "placement_file"};
   switch (kind) {
     case NodeKind::kPlane:
       return plane;
@@ -142,10 +147,10 @@ class Reader {
     }
   }
 
-  Camera ReadCamera() const;
+  void ReadCamera(CalcConfig* config) const;
   std::vector<std::string> ReadPictures() const;
   void ReadFallback(CalcConfig* config) const;
-  BoardSize ReadBoard() const;
+  BoardGeometry ReadBoard() const;
   NodeKind kind() const { return kind_; }
 
  private:
@@ -187,10 +192,21 @@ Camera Reader::CameraFrom(const rapidjson::Value& v, const std::string& where) c
   return camera;
 }
 
-Camera Reader::ReadCamera() const {
+void Reader::ReadCamera(CalcConfig* config) const {
+  const rapidjson::Value* file = Find("camera_file");
   const rapidjson::Value* v = Find("camera");
-  if (v == nullptr) Fail("\"camera\" is missing: the camera model, or a file that holds it");
-  if (!v->IsString()) return CameraFrom(*v, "\"camera\"");
+  if (file != nullptr) {
+    if (v != nullptr) Fail("give \"camera\" or \"camera_file\", not both");
+    config->camera_file = Text("camera_file", "");
+    if (config->camera_file.empty()) Fail("\"camera_file\" needs a file name");
+    return;
+  }
+  if (v == nullptr) return;  // every request fails with kNoCamera
+  config->has_camera = true;
+  if (!v->IsString()) {
+    config->camera = ModelOf(CameraFrom(*v, "\"camera\""));
+    return;
+  }
   const std::string path(v->GetString(), v->GetStringLength());
   struct stat s = {};
   if (path.empty() || stat(path.c_str(), &s) != 0) {
@@ -202,6 +218,19 @@ Camera Reader::ReadCamera() const {
   }
   std::ifstream in(path, std::ios::binary);
   std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  const std::size_t first = text.find_first_not_of(" \t\r\n");
+  if (first == std::string::npos || text[first] != '{') {
+    // A camera model file: OpenCV FileStorage or ROS camera_info YAML.
+    std::string error;
+    if (!ParseCameraModel(text, path, &config->camera, &error, {640, 480})) {
+      Fail("\"camera\": " + error);
+    }
+    if (!config->camera.pose_known) {
+      Fail("\"camera\": camera model " + path +
+           " gives no pose on the robot (a camera_info file has none)");
+    }
+    return;
+  }
   rapidjson::Document doc;
   doc.Parse<rapidjson::kParseIterativeFlag | rapidjson::kParseValidateEncodingFlag |
             rapidjson::kParseFullPrecisionFlag>(text.c_str(), text.size());
@@ -209,7 +238,7 @@ Camera Reader::ReadCamera() const {
     Fail("\"camera\": '" + path + "' is not JSON (at byte " + std::to_string(doc.GetErrorOffset()) +
          ")");
   }
-  return CameraFrom(doc, "\"camera\" ('" + path + "')");
+  config->camera = ModelOf(CameraFrom(doc, "\"camera\" ('" + path + "')"));
 }
 
 std::vector<std::string> Reader::ReadPictures() const {
@@ -315,16 +344,32 @@ void Reader::ReadFallback(CalcConfig* config) const {
   config->has_fallback = true;
 }
 
-BoardSize Reader::ReadBoard() const {
-  BoardSize board;
+BoardGeometry Reader::ReadBoard() const {
+  BoardGeometry board{9, 6, 2.5, 2.5};
   const rapidjson::Value* v = Find("board");
   if (v == nullptr) return board;
-  if (!v->IsObject() || v->MemberCount() != 2 || !v->HasMember("columns") ||
-      !v->HasMember("rows")) {
-    Fail("\"board\" needs {\"columns\": C, \"rows\": R} (inner corners), not " + Shown(*v));
+  if (!v->IsObject() || !v->HasMember("columns") || !v->HasMember("rows")) {
+    Fail(
+        "\"board\" needs {\"columns\": C, \"rows\": R} (inner corners), and may give "
+        "\"square_cm\" and \"margin_cm\", not " +
+        Shown(*v));
+  }
+  for (const auto& m : v->GetObject()) {
+    const std::string key(m.name.GetString(), m.name.GetStringLength());
+    if (key != "columns" && key != "rows" && key != "square_cm" && key != "margin_cm") {
+      Fail("\"board\": unknown member \"" + key +
+           "\" (it takes columns, rows, square_cm, "
+           "margin_cm)");
+    }
   }
   board.columns = static_cast<int>(Whole("board.columns", (*v)["columns"], 2, 100));
   board.rows = static_cast<int>(Whole("board.rows", (*v)["rows"], 2, 100));
+  if (v->HasMember("square_cm"))
+    board.square = Number("board.square_cm", (*v)["square_cm"], 0.01, 100);
+  if (v->HasMember("margin_cm"))
+    board.margin = Number("board.margin_cm", (*v)["margin_cm"], 0, 100);
+  const std::string problem = BoardProblem(board);
+  if (!problem.empty()) Fail("\"board\": " + problem);
   return board;
 }
 
@@ -350,7 +395,7 @@ CalcConfig ReadCalcConfig(NodeKind kind, const rapidjson::Value& json) {
   } else {
     config.refuse = reader.Whole("refuse", kPictureRefused, 0, 255);
   }
-  if (kind != NodeKind::kCameraParam) config.camera = reader.ReadCamera();
+  if (kind != NodeKind::kCameraParam) reader.ReadCamera(&config);
   if (kind == NodeKind::kPlane || kind == NodeKind::kCheck) {
     const rapidjson::Value* wall = reader.Find("wall_height_cm");
     if (wall == nullptr)
@@ -367,6 +412,7 @@ CalcConfig ReadCalcConfig(NodeKind kind, const rapidjson::Value& json) {
       }
       break;
     case NodeKind::kCheck:
+      config.max_bias_px = reader.Number("max_bias_px", config.max_bias_px, 0, 1000);
       config.max_rms_px = reader.Number("max_rms_px", config.max_rms_px, 0, 1000);
       config.max_worst_px = reader.Number("max_worst_px", config.max_worst_px, 0, 1000);
       break;
@@ -378,6 +424,12 @@ CalcConfig ReadCalcConfig(NodeKind kind, const rapidjson::Value& json) {
       break;
     case NodeKind::kCameraParam:
       config.board = reader.ReadBoard();
+      config.views = static_cast<int>(reader.Whole("views", config.views, kMinViews, 100));
+      config.camera_out = reader.Text("camera_out", FolderOf(config.pictures[0]) + "/camera.yaml");
+      if (config.camera_out.empty() || !IsFolder(FolderOf(config.camera_out))) {
+        reader.Fail("\"camera_out\": the folder of \"" + config.camera_out + "\" is not there");
+      }
+      config.placement_file = reader.Text("placement_file", "");
       break;
   }
   return config;

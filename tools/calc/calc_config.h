@@ -16,10 +16,13 @@
 #include <rapidjson/document.h>
 
 #include <cstdint>
+#include <limits>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "tools/calc/camera_model.h"
+#include "tools/calc/chessboard.h"
 #include "tools/calc/distance.h"
 #include "tools/calc/geometry.h"
 #include "tools/calc/laser_calibration.h"
@@ -40,12 +43,6 @@ class CalcConfigError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// The size of a chessboard, in inner corners.
-struct BoardSize {
-  int columns = 9;
-  int rows = 6;
-};
-
 struct CalcConfig {
   NodeKind kind = NodeKind::kPlane;
   // The pictures, in the order they are read: plane and check nodes the
@@ -55,18 +52,37 @@ struct CalcConfig {
   std::vector<std::string> pictures;
   int64_t refuse = kPictureRefused;  // the failure code of a refusal
   int64_t delay_us = 10000;          // from a request to its answer
-  Camera camera;                     // plane, check, distance
-  double wall_height = 0;            // cm; plane, check
-  CalibrationOptions calibration;    // plane: min_points, max_rms
-  double max_rms_px = kCheckMaxRms;  // check
-  double max_worst_px = kCheckMaxWorst;
+  // plane, check, distance: the camera, given (`camera`: the values or a
+  // file read when the node is built), or the file read at each request
+  // (`camera_file`); neither: every request fails with kNoCamera.
+  bool has_camera = false;
+  CameraModel camera;
+  std::string camera_file;
+  double wall_height = 0;          // cm; plane, check
+  CalibrationOptions calibration;  // plane: min_points, max_rms
+  // check: the largest bias that passes, and limits of the RMS and the
+  // largest residual (infinite: not judged)
+  double max_bias_px = kCheckMaxBias;
+  double max_rms_px = std::numeric_limits<double>::infinity();
+  double max_worst_px = std::numeric_limits<double>::infinity();
   double max_apart = kMaxDisagreement;  // distance: cm between the two lasers' walls
   // distance: the planes to measure with until a plane node has sent some
   // (a stop-gap; docs/calibration.md).
   bool has_fallback = false;
   Plane fallback[2];
-  BoardSize board;  // camera parameters
+  // camera parameters: the board (inner corners, square and margin in cm),
+  // how many views a calibration takes, where the camera model is written,
+  // and the file that says where the board stands on the robot for the view
+  // being taken (empty: the pose is not measured).
+  BoardGeometry board{9, 6, 2.5, 2.5};
+  int views = 16;
+  std::string camera_out;  // default: camera.yaml beside the chessboard picture
+  std::string placement_file;
 };
+
+// The failure code of a plane, check or distance request when the node has
+// no camera model it can use.
+inline constexpr int kNoCamera = 18;
 
 // The largest camera model file read (bytes).
 inline constexpr int64_t kMaxCameraFileBytes = 65536;

@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "tools/calc/answer_values.h"
+#include "tools/calc/camera_model_file.h"
 #include "tools/calc/picture_files.h"
 
 namespace calc {
@@ -89,6 +90,31 @@ void CalcNode::Answer() {
   }
   reports_.publishWithLine(&message, NodeName());
   Send();
+}
+
+bool CalcNode::CameraFor(CameraModel* model, Outcome* outcome) const {
+  if (config_.has_camera) {
+    *model = config_.camera;
+    return true;
+  }
+  if (config_.camera_file.empty()) {
+    outcome->Fail(kNoCamera,
+                  "no camera model: the node was given none (\"camera\" or \"camera_file\")");
+    return false;
+  }
+  CameraModel read;
+  std::string error;
+  if (!ReadCameraModelFile(config_.camera_file, &read, &error, {640, 480})) {
+    outcome->Fail(kNoCamera, "no camera model: " + error);
+    return false;
+  }
+  if (!read.pose_known) {
+    outcome->Fail(kNoCamera, "no camera model: camera model " + config_.camera_file +
+                                 " gives no pose on the robot (a camera_info file has none)");
+    return false;
+  }
+  *model = read;
+  return true;
 }
 
 void SentPlanes::Take(const LaserClibrMsg& answer) {

@@ -11,6 +11,9 @@
 // configured refusal code and the report names every such picture.
 // Otherwise the node's own Compute() works the answer out.
 //
+// The plane, check and distance nodes compute through a camera model
+// (CameraFor): without one every request fails with kNoCamera.
+//
 // Right before each answer the node publishes its report on
 // "LASERCALC_REPORT" (msgs/calcmsgs.h): "node" (its short name), "action"
 // ("answer", "fail" or "refuse"), "problems" (a refusal), what Compute()
@@ -80,6 +83,12 @@ class CalcNode : public kiv::KivNode {
     Subscribe<Request>(
         topic, [this](Request*) { OnRequest(); }, 10);
   }
+
+  // The camera model to compute with (plane, check, distance): the
+  // configured one, or the configured camera file, read now so that a model
+  // written after the node was built (by a camera parameter node) is used.
+  // False, with `outcome` failed with kNoCamera and why, when there is none.
+  bool CameraFor(CameraModel* model, Outcome* outcome) const;
 
   // Works the answer out from the decoded pictures (in the configured
   // order) into the node's answer record, adds what it found to `report`

@@ -9,9 +9,11 @@
 // those planes (or, until some are sent, with the configured fallback
 // planes). Both learn the planes from the plane node's answers on
 // "LASER_CALIBR_REQRES", wherever that node runs. CameraParamNode takes
-// camera parameter requests ("CAMERACALI_IEPARAM") and looks for the
-// chessboard in its picture: it finds the board's inner corners, not yet
-// the camera's parameters.
+// camera parameter requests ("CAMERACALI_IEPARAM"), each with one chessboard
+// view: it keeps every view that shows the whole board (a copy of the
+// picture and its corners), and once it was asked about the configured
+// number of views it calibrates the camera from those it kept
+// (camera_calibration.h), writes the camera model file and starts a new set.
 //
 // Each answers as a CalcNode (calc_node.h) and fills only the fields its
 // answer record's contract names; the rest stay zero.
@@ -26,13 +28,15 @@
 
 #include "msgs/calimsgs.h"
 #include "tools/calc/calc_node.h"
+#include "tools/calc/chessboard.h"
 #include "tools/calc/laser_calibration.h"
 
 namespace calc {
 
-// The result of a camera parameter request when the picture shows no
-// chessboard of the configured size.
-inline constexpr int kNoBoard = 14;
+// The status of a camera parameter answer (ieparam3) when the view was kept
+// and the set needs more views; the camera's calibration answers kSuccess or
+// a failure code (chessboard.h).
+inline constexpr uint16_t kViewKept = 0;
 
 // The stripe pictures of `paths` by laser (0 left, 1 right), each with the
 // target its name gives: the wall at its distance, `wall_height` high.
@@ -89,8 +93,17 @@ class CameraParamNode : public CalcNode {
   void Refuse(int64_t code) override;
   void Send() override { answers_.publishWithLine(&answer_, NodeName()); }
 
+  struct KeptView {
+    std::string name;  // "view 03"
+    cv::Mat picture;   // a copy: the next request overwrites the file
+    std::vector<Pixel> corners;
+    BoardPlacement placement;  // when the fixture said
+  };
+
   kiv::Publisher<CameraClibrIEParamMsg> answers_;
   CameraClibrIEParamMsg answer_;
+  int asked_ = 0;  // views asked about in this set
+  std::vector<KeptView> kept_;
 };
 
 }  // namespace calc

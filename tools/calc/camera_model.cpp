@@ -1,6 +1,7 @@
 #include "tools/calc/camera_model.h"
 
 #include <cmath>
+#include <memory>
 #include <opencv2/calib3d.hpp>
 #include <opencv2/core.hpp>
 
@@ -140,6 +141,23 @@ bool CameraRays::Project(Vec3 q, Pixel* p) const {
   p->u = intrinsics_.cx + intrinsics_.fx * Dot(axes_.right, d) / depth;
   p->v = intrinsics_.cy + intrinsics_.fy * Dot(axes_.down, d) / depth;
   return true;
+}
+
+}  // namespace calc
+
+namespace calc {
+
+CameraGeometry::CameraGeometry(const CameraModel& model) : camera_(PinholeOf(model)) {
+  const CameraAxes axes = AxesOf(model.pose);
+  right_ = axes.right;
+  down_ = axes.down;
+  forward_ = axes.forward;
+  centre_ = {model.pose.x, model.pose.y, model.pose.height};
+  if (!model.distortion.IsZero()) lens_ = std::make_shared<const CameraModel>(model);
+}
+
+std::vector<Pixel> CameraGeometry::Undistorted(const std::vector<Pixel>& pixels) const {
+  return lens_ ? Undistort(*lens_, pixels) : pixels;
 }
 
 }  // namespace calc

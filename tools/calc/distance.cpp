@@ -20,9 +20,13 @@ WallMeasure MeasureWall(const CameraGeometry& geometry, const Plane& plane,
     return out;
   }
   std::vector<Vec3> points, wall;
-  for (const StripeCentre& c : scan.centres) {
+  // The centres as an ideal pinhole shows them: the lens's distortion undone.
+  std::vector<Pixel> pixels;
+  pixels.reserve(scan.centres.size());
+  for (const StripeCentre& c : scan.centres) pixels.push_back({c.u, static_cast<double>(c.v)});
+  for (const Pixel& pixel : geometry.Undistorted(pixels)) {
     Vec3 p;
-    if (!Triangulate(geometry, plane, {c.u, static_cast<double>(c.v)}, &p)) continue;
+    if (!Triangulate(geometry, plane, pixel, &p)) continue;
     points.push_back(p);
     if (p.z >= options.wall_from) wall.push_back(p);
   }

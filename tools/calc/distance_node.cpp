@@ -26,13 +26,20 @@ void DistanceNode::Refuse(int64_t code) {
 
 Outcome DistanceNode::Compute(const std::vector<cv::Mat>& pictures, rapidjson::Document& report) {
   auto& a = report.GetAllocator();
-  const CameraGeometry geometry(config().camera);
   answer_ = kiv_camera_distance_msg{};
   answer_.kind = 1;
 
-  // 1. The planes to measure with: the ones a plane node sent, else the
-  // configured ones.
+  // 1. The camera the pictures were taken with.
   Outcome outcome;
+  CameraModel camera;
+  if (!CameraFor(&camera, &outcome)) {
+    answer_.status = static_cast<uint8_t>(outcome.code);
+    return outcome;
+  }
+  const CameraGeometry geometry(camera);
+
+  // 2. The planes to measure with: the ones a plane node sent, else the
+  // configured ones.
   const bool sent = sent_.valid();
   if (!sent && !config().has_fallback) {
     outcome.Fail(kNothingToCheck,
@@ -44,7 +51,7 @@ Outcome DistanceNode::Compute(const std::vector<cv::Mat>& pictures, rapidjson::D
   }
   const Plane planes[2] = {sent ? sent_[0] : config().fallback[0],
                            sent ? sent_[1] : config().fallback[1]};
-  // 2. Each laser's wall.
+  // 3. Each laser's wall.
   WallMeasure walls[2];
   WallValues values[2];
   rapidjson::Value measured(rapidjson::kObjectType);
@@ -72,7 +79,7 @@ Outcome DistanceNode::Compute(const std::vector<cv::Mat>& pictures, rapidjson::D
     measured.AddMember(rapidjson::StringRef(kSides[side]), laser, a);
     values[side] = {w.distance, w.spread, w.tilt, w.wall_points, w.nearest_floor, w.floor_rms};
   }
-  // 3. The values, when both walls were measured, and whether they agree.
+  // 4. The values, when both walls were measured, and whether they agree.
   if (outcome.code == kSuccess) {
     EncodeDistance(values[0], values[1], &answer_.distance, answer_.near_values,
                    answer_.far_values);

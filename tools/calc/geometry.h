@@ -3,7 +3,11 @@
 // Everything is in the robot's frame: origin on the floor right below the
 // camera, x forward, y to the left, z up, lengths in centimetres, angles in
 // degrees (docs/camera-sim.md). The camera is a pinhole `height` above the
-// floor, tilted down by `pitch`; pixel centres are at whole numbers. The
+// floor, tilted down by `pitch`; pixel centres are at whole numbers. A
+// CameraGeometry may also be made from a measured camera (camera_model.h):
+// then its pose may be turned and moved, and its lens may distort; the
+// pixels its rays go through are undistorted ones (Undistorted()), where an
+// ideal pinhole with the same intrinsics shows what the picture shows. The
 // target is the floor (z = 0) and a flat wall across the view at x =
 // distance, `wall_height` high. Locate() tells where the ray through a pixel
 // meets the target: on the floor, on the wall, or on neither. All functions
@@ -12,7 +16,12 @@
 #ifndef LASERCALI_TOOLS_CALC_GEOMETRY_H_
 #define LASERCALI_TOOLS_CALC_GEOMETRY_H_
 
+#include <memory>
+#include <vector>
+
 namespace calc {
+
+struct CameraModel;  // camera_model.h
 
 struct Vec3 {
   double x = 0, y = 0, z = 0;
@@ -45,7 +54,16 @@ struct Plane {
 class CameraGeometry {
  public:
   explicit CameraGeometry(const Camera& camera);
+  // The camera of a model (camera_model.cpp): its intrinsics, its whole pose
+  // and its lens. A model with no distortion, x = y = 0 and yaw = roll = 0
+  // gives the very bits of the pinhole of its intrinsics, height and pitch.
+  explicit CameraGeometry(const CameraModel& model);
+  // The intrinsics, height and pitch.
   const Camera& camera() const { return camera_; }
+  // Where an ideal pinhole with the camera's intrinsics shows what the
+  // picture shows at `pixels`: the lens's distortion undone. Without
+  // distortion the pixels come back as they are.
+  std::vector<Pixel> Undistorted(const std::vector<Pixel>& pixels) const;
   Vec3 centre() const { return centre_; }
   // The direction (not of unit length) of the ray through pixel `p`.
   Vec3 Ray(Pixel p) const;
@@ -56,6 +74,7 @@ class CameraGeometry {
  private:
   Camera camera_;
   Vec3 right_, down_, forward_, centre_;
+  std::shared_ptr<const CameraModel> lens_;  // when the lens distorts
 };
 
 enum class Surface { kFloor, kWall, kNeither };

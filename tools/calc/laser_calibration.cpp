@@ -39,15 +39,21 @@ LocatedStripe LocateStripe(const CameraGeometry& geometry, const StripePicture& 
   const StripeScan scan = FindStripeCentres(g.pixels, g.width, g.height, g.stride, options.stripe);
   out.stripe_rows = static_cast<int>(scan.centres.size());
   out.two_stripes = scan.rows_two_stripes;
-  for (const StripeCentre& c : scan.centres) {
+  // The centres as an ideal pinhole shows them: the lens's distortion undone.
+  std::vector<Pixel> pixels;
+  pixels.reserve(scan.centres.size());
+  for (const StripeCentre& c : scan.centres) pixels.push_back({c.u, static_cast<double>(c.v)});
+  pixels = geometry.Undistorted(pixels);
+  for (std::size_t i = 0; i < scan.centres.size(); ++i) {
+    const StripeCentre& c = scan.centres[i];
     TargetPoint p;
-    p.pixel = {c.u, static_cast<double>(c.v)};
+    p.pixel = pixels[i];
     const Located located = Locate(geometry, picture.target, p.pixel);
     if (located.surface == Surface::kNeither) {
       ++out.off_target;
       continue;
     }
-    const double foot = FootRow(geometry, picture.target.distance, c.u);
+    const double foot = FootRow(geometry, picture.target.distance, p.pixel.u);
     if (std::fabs(p.pixel.v - foot) <= options.foot_margin * c.half_window) {
       ++out.near_foot;
       continue;
@@ -99,7 +105,11 @@ LaserFit CalibrateLaser(const CameraGeometry& geometry, const std::vector<Stripe
                     " needed)";
     return result;
   }
-  result.fit = FitPlane(points, weights);
+  const RobustPlane robust = FitPlaneRobust(points, weights);
+  result.fit = robust.fit;
+  result.outliers = robust.outliers;
+  for (int i = 0; i < 9; ++i) result.covariance[i] = robust.covariance[i];
+  result.sigma = robust.sigma;
   if (!result.fit.ok) {
     result.code = kTooFewPoints;
     result.reason = "no plane through the points";
@@ -112,7 +122,9 @@ LaserFit CalibrateLaser(const CameraGeometry& geometry, const std::vector<Stripe
         result.fit.spread, options.min_spread);
     return result;
   }
-  // The RMS distance, unweighted, in cm.
+  // The RMS distance of all the points, unweighted, in cm: pictures that do
+  // not show the target where their names say (filed under the wrong
+  // distance) are refused, not left out as outliers.
   double squares = 0;
   for (const Vec3& p : points) {
     const double d = Dot(result.fit.plane.normal, p) - result.fit.plane.offset;
@@ -129,6 +141,23 @@ LaserFit CalibrateLaser(const CameraGeometry& geometry, const std::vector<Stripe
   return result;
 }
 
+LaserFit CalibrateLaserThrough(const CameraModel& camera,
+                               const std::vector<StripePicture>& pictures,
+                               const CalibrationOptions& options) {
+  LaserFit result = CalibrateLaser(CameraGeometry(camera), pictures, options);
+  if (result.code != kSuccess) return result;
+  const auto refit = [&](const CameraModel& moved, PlaneAngles* angles) {
+    const LaserFit fit = CalibrateLaser(CameraGeometry(moved), pictures, options);
+    if (fit.code != kSuccess) return false;
+    *angles = AnglesOf(fit.fit.plane);
+    return true;
+  };
+  if (CameraCovariance(camera, refit, result.camera_covariance)) {
+    result.sigma = Combine(result.covariance, result.camera_covariance);
+  }
+  return result;
+}
+
 bool SidesSwapped(const Plane& left, const Plane& right) {
   return left.offset / left.normal.y < right.offset / right.normal.y;
 }
@@ -139,6 +168,8 @@ Residuals CheckPlane(const CameraGeometry& geometry, const Plane& plane,
   Residuals out;
   double squares = 0;
   for (const StripePicture& picture : pictures) {
+    double sums[2] = {0, 0};  // signed residuals of the floor part, the wall part
+    int counts[2] = {0, 0};
     const LocatedStripe stripe = LocateStripe(geometry, picture, options);
     if (stripe.stripe_rows < options.min_stripe_rows) {
       out.code = kNoStripe;
@@ -150,10 +181,22 @@ Residuals CheckPlane(const CameraGeometry& geometry, const Plane& plane,
     for (const TargetPoint& p : stripe.points) {
       double u = 0;
       if (!ColumnAt(geometry, plane, p.surface, picture.target, p.pixel.v, &u)) continue;
-      const double r = std::fabs(p.pixel.u - u);
+      const double signed_r = p.pixel.u - u;
+      const double r = std::fabs(signed_r);
       squares += r * r;
       out.worst = std::fmax(out.worst, r);
       ++out.points;
+      const int part = p.surface == Surface::kFloor ? 0 : 1;
+      sums[part] += signed_r;
+      ++counts[part];
+    }
+    for (int part = 0; part < 2; ++part) {
+      if (counts[part] < kBiasMinPoints) continue;
+      const double bias = std::fabs(sums[part] / counts[part]);
+      if (bias > out.bias) {
+        out.bias = bias;
+        out.bias_picture = picture.name + (part == 0 ? " (floor)" : " (wall)");
+      }
     }
   }
   if (out.points < options.min_points) {

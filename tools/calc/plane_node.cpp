@@ -37,16 +37,24 @@ void PlaneNode::Refuse(int64_t code) {
 
 Outcome PlaneNode::Compute(const std::vector<cv::Mat>& pictures, rapidjson::Document& report) {
   auto& a = report.GetAllocator();
-  const CameraGeometry geometry(config().camera);
+  answer_ = LaserClibrMsg{};
+  answer_.kind = 2;
+
+  // 1. The camera the pictures were taken with.
+  Outcome outcome;
+  CameraModel camera;
+  if (!CameraFor(&camera, &outcome)) {
+    answer_.result = outcome.code;
+    return outcome;
+  }
   std::vector<StripePicture> sides[2];
   PicturesBySide(config().pictures, pictures, config().wall_height, sides);
 
-  // 1. Each laser's plane through the stripe points of its pictures.
-  Outcome outcome;
+  // 2. Each laser's plane through the stripe points of its pictures.
   LaserFit fits[2];
   rapidjson::Value lasers(rapidjson::kObjectType);
   for (int side = 0; side < 2; ++side) {
-    fits[side] = CalibrateLaser(geometry, sides[side], config().calibration);
+    fits[side] = CalibrateLaserThrough(camera, sides[side], config().calibration);
     const LaserFit& fit = fits[side];
     rapidjson::Value laser(rapidjson::kObjectType);
     if (fit.code != kSuccess) {
@@ -59,16 +67,22 @@ Outcome PlaneNode::Compute(const std::vector<cv::Mat>& pictures, rapidjson::Docu
       laser.AddMember("floor_points", fit.floor_points, a);
       laser.AddMember("wall_points", fit.wall_points, a);
       laser.AddMember("rms_cm", fit.fit.rms, a);
+      laser.AddMember("outliers", fit.outliers, a);
+      rapidjson::Value sigma(rapidjson::kObjectType);
+      sigma.AddMember("yaw_deg", fit.sigma.yaw, a);
+      sigma.AddMember("roll_deg", fit.sigma.roll, a);
+      sigma.AddMember("offset_cm", fit.sigma.offset, a);
+      laser.AddMember("sigma", sigma, a);
     }
     lasers.AddMember(rapidjson::StringRef(kSides[side]), laser, a);
   }
-  // 2. The two planes on the sides they belong to.
+  // 3. The two planes on the sides they belong to.
   if (outcome.code == kSuccess && SidesSwapped(fits[0].fit.plane, fits[1].fit.plane)) {
     outcome.Fail(kSidesSwapped,
                  "the left laser's plane lies right of the right laser's: the pictures of the "
                  "two lasers are swapped");
   }
-  // 3. The nine values, when the planes fit in them.
+  // 4. The nine values, when the planes fit in them.
   uint16_t values[9] = {};
   if (outcome.code == kSuccess) {
     LaserPlaneValues sent[2];
@@ -82,8 +96,6 @@ Outcome PlaneNode::Compute(const std::vector<cv::Mat>& pictures, rapidjson::Docu
                    "degrees, offset within 327.67 mm)");
     }
   }
-  answer_ = LaserClibrMsg{};
-  answer_.kind = 2;
   std::memcpy(answer_.plane_data, values, sizeof values);
   answer_.result = outcome.code;
   report.AddMember("lasers", lasers, a);

@@ -1,6 +1,7 @@
 #include "tools/kivrun/answer_watch.h"
 
 #include <memory>
+#include <string>
 
 #include "msgs/calcmsgs.h"
 #include "platform/sunxi_cam/camera_sim.h"
@@ -85,6 +86,14 @@ void AddPlane(const rapidjson::Value& report, const sim::SceneTruth& truth, Fiel
       laser.AddMember("floor_points", Member(got, "floor_points").GetInt(), a);
       laser.AddMember("wall_points", Member(got, "wall_points").GetInt(), a);
       laser.AddMember("rms_um", Rounded(Number(got, "rms_cm") * 10000, 1), a);
+      laser.AddMember("outliers",
+                      Member(got, "outliers").IsInt() ? Member(got, "outliers").GetInt() : 0, a);
+      const rapidjson::Value& sigma = Member(got, "sigma");
+      rapidjson::Value sigmas(rapidjson::kObjectType);
+      sigmas.AddMember("yaw", Rounded(Number(sigma, "yaw_deg"), 5), a);
+      sigmas.AddMember("roll", Rounded(Number(sigma, "roll_deg"), 5), a);
+      sigmas.AddMember("offset_mm", Rounded(Number(sigma, "offset_cm") * 10, 4), a);
+      laser.AddMember("sigma", sigmas, a);
       const calc::Plane plane = ReportedPlane(got);
       rapidjson::Value error(rapidjson::kObjectType);
       error.AddMember("normal_deg", Rounded(calc::AngleBetween(plane, true_planes[side]), 5), a);
@@ -118,19 +127,19 @@ void AddCheck(const rapidjson::Value& report, Fields& f) {
       laser.AddMember("rms_px", Rounded(Number(got, "rms_px"), 4), a);
       laser.AddMember("worst_px", Rounded(Number(got, "worst_px"), 4), a);
       laser.AddMember("points", Member(got, "points").GetInt(), a);
+      laser.AddMember("bias_px", Rounded(Number(got, "bias_px"), 4), a);
     }
     measured.AddMember(rapidjson::StringRef(side), laser, a);
   }
   f.value().AddMember("residuals", measured, a);
 }
 
-void AddDistance(const rapidjson::Value& report, const sim::SceneTruth& truth,
-                 bool fallback_is_truth, Fields& f) {
+void AddDistance(const rapidjson::Value& report, const sim::SceneTruth& truth, Fields& f) {
   auto& a = f.allocator();
   const std::string planes = Member(report, "planes").IsString()
                                  ? Member(report, "planes").GetString()
                                  : std::string("none");
-  f.Str("planes", planes == "fallback" && fallback_is_truth ? "true" : planes);
+  f.Str("planes", planes);
   const rapidjson::Value& walls = Member(report, "walls");
   bool both = walls.IsObject();
   if (walls.IsObject()) {
@@ -171,15 +180,66 @@ void AddBoard(const rapidjson::Value& report, Fields& f) {
   if (!board.IsObject()) return;
   auto& a = f.allocator();
   rapidjson::Value seen(rapidjson::kObjectType);
-  for (const char* key : {"columns", "rows", "found"}) {
+  for (const char* key : {"view", "columns", "rows", "found"}) {
+    if (Member(board, key).IsNull()) continue;
     seen.AddMember(rapidjson::StringRef(key), rapidjson::Value(Member(board, key), a), a);
   }
   f.value().AddMember("board", seen, a);
+  const rapidjson::Value& views = Member(report, "views");
+  if (views.IsObject()) f.value().AddMember("views", rapidjson::Value(views, a), a);
+}
+
+// The calibrated camera beside the simulator's: intrinsics, distortion,
+// height and pitch, with each figure's 1-sigma and error.
+void AddCamera(const rapidjson::Value& report, const sim::SceneTruth& truth, Fields& f) {
+  const rapidjson::Value& camera = Member(report, "camera");
+  if (!camera.IsObject()) return;
+  auto& a = f.allocator();
+  const rapidjson::Value& sigma = Member(camera, "sigma");
+  const rapidjson::Value& pose = Member(camera, "pose");
+  const rapidjson::Value& pose_sigma = Member(camera, "pose_sigma");
+  auto sigma_at = [&](rapidjson::SizeType i) {
+    return sigma.IsArray() && sigma.Size() > i && sigma[i].IsNumber() ? sigma[i].GetDouble() : 0;
+  };
+  const sim::CameraModel& t = truth.camera;
+  struct Figure {
+    const char* name;
+    double value, sigma, truth;
+    int decimals;
+  };
+  const Figure figures[] = {
+      {"fx", Number(camera, "fx"), sigma_at(0), t.fx, 2},
+      {"fy", Number(camera, "fy"), sigma_at(1), t.fy, 2},
+      {"cx", Number(camera, "cx"), sigma_at(2), t.cx, 2},
+      {"cy", Number(camera, "cy"), sigma_at(3), t.cy, 2},
+      {"k1", 0, sigma_at(4), t.k1, 4},
+      {"height_cm", Number(pose, "height_cm"), Number(pose_sigma, "height_cm"), t.height, 3},
+      {"pitch_deg", Number(pose, "pitch_deg"), Number(pose_sigma, "pitch_deg"), t.pitch, 3}};
+  rapidjson::Value got(rapidjson::kObjectType), sig(rapidjson::kObjectType),
+      real(rapidjson::kObjectType), errors(rapidjson::kObjectType);
+  const rapidjson::Value& distortion = Member(camera, "distortion");
+  for (Figure figure : figures) {
+    if (std::string(figure.name) == "k1") {
+      figure.value = distortion.IsArray() && !distortion.Empty() ? distortion[0].GetDouble() : 0;
+    }
+    if (!pose.IsObject() && std::string(figure.name).find('_') != std::string::npos) continue;
+    const auto key = rapidjson::StringRef(figure.name);
+    got.AddMember(key, Rounded(figure.value, figure.decimals), a);
+    sig.AddMember(key, Rounded(figure.sigma, figure.decimals), a);
+    real.AddMember(key, Rounded(figure.truth, figure.decimals), a);
+    errors.AddMember(key, Rounded(figure.value - figure.truth, figure.decimals), a);
+  }
+  got.AddMember("rms_px", Rounded(Number(camera, "rms_px"), 3), a);
+  got.AddMember("views", rapidjson::Value(Member(camera, "views"), a), a);
+  f.value().AddMember("camera", got, a);
+  f.value().AddMember("sigma", sig, a);
+  f.value().AddMember("truth", real, a);
+  f.value().AddMember("errors", errors, a);
 }
 
 }  // namespace
 
-void AddComputed(const rapidjson::Value& report, bool fallback_is_truth, Fields& event) {
+void AddComputed(const rapidjson::Value& report, Fields& event) {
   const std::string node =
       Member(report, "node").IsString() ? Member(report, "node").GetString() : std::string();
   if (Member(report, "action") != "refuse") {
@@ -189,9 +249,10 @@ void AddComputed(const rapidjson::Value& report, bool fallback_is_truth, Fields&
     } else if (node == "check") {
       AddCheck(report, event);
     } else if (node == "distance") {
-      AddDistance(report, truth, fallback_is_truth, event);
+      AddDistance(report, truth, event);
     } else if (node == "ieparam") {
       AddBoard(report, event);
+      AddCamera(report, truth, event);
     }
   }
   if (Member(report, "code").IsNumber()) {
@@ -233,7 +294,7 @@ void AnswerWatch::Answered(const ResponderKind& kind, const void* record) {
   DecodeFields(layout, record, fields, f.allocator());
   f.value().AddMember("fields", fields, f.allocator());
   if (Member(report, "problems").IsArray()) f.Json("problems", Member(report, "problems"));
-  AddComputed(report, fallback_is_truth_, f);
+  AddComputed(report, f);
   round_.log.Write("answer", f.value());
   round_.summary.Answered(kind.node, action, f.value());
   round_.summary.Computed(kind.node, f.value());

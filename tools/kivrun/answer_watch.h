@@ -28,10 +28,9 @@
 namespace kivrun {
 
 // Adds to `event` what a calculation node's `report` says it computed, with
-// the camera simulator's truth and the errors beside it; `fallback_is_truth`:
-// a distance node's configured planes are the true ones. The members come in
+// the camera simulator's truth and the errors beside it. The members come in
 // the order docs/calibration.md gives; "code" and "reason" last.
-void AddComputed(const rapidjson::Value& report, bool fallback_is_truth, Fields& event);
+void AddComputed(const rapidjson::Value& report, Fields& event);
 
 class AnswerWatch {
  public:
@@ -41,15 +40,11 @@ class AnswerWatch {
 
   // Subscribes to the reports and the answer topics (see above).
   void Start();
-  // Whether the distance node's configured planes are the simulator's true
-  // ones (kivrun configured it so).
-  void SetFallbackIsTruth(bool truth) { fallback_is_truth_ = truth; }
 
  private:
   void Answered(const ResponderKind& kind, const void* record);
 
   RoundContext& round_;
-  bool fallback_is_truth_ = false;
   std::map<std::string, rapidjson::Document> pending_;  // node -> its report, until it answers
 };
 

@@ -2,10 +2,14 @@
 
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
+#include <sys/stat.h>
 
+#include <cstdio>
 #include <stdexcept>
 
 #include "msgs/calcmsgs.h"
+#include "msgs/calimsgs.h"
+#include "msgs/topics.h"
 #include "platform/kiv/describe.h"
 #include "platform/kiv/plugin.h"
 #include "platform/sunxi_cam/camera_sim.h"
@@ -16,18 +20,12 @@ namespace {
 namespace sim = sunxi_cam::sim;
 using Allocator = rapidjson::Document::AllocatorType;
 
-rapidjson::Value PlaneConfig(const sim::LaserPlane& plane, Allocator& a) {
-  rapidjson::Value normal(rapidjson::kArrayType);
-  normal.PushBack(plane.nx, a).PushBack(plane.ny, a).PushBack(plane.nz, a);
-  rapidjson::Value v(rapidjson::kObjectType);
-  v.AddMember("normal", normal, a);
-  v.AddMember("offset_cm", plane.offset, a);
-  return v;
-}
-
 // The node's configuration: what the step says, and what the host knows of
-// the round from the simulator's truth.
-rapidjson::Document ConfigFor(const ResponderSetting& setting, const std::string& name) {
+// the round: the camera model (the file a camera parameter node of the
+// round writes, else the scenario's), the fixture's board and the target's
+// wall.
+rapidjson::Document ConfigFor(const ResponderSetting& setting, const std::string& name,
+                              const std::string& camera_file, const std::string& camera_model) {
   rapidjson::Document config(rapidjson::kObjectType);
   auto& a = config.GetAllocator();
   config.AddMember("name", rapidjson::Value(name.c_str(), a), a);
@@ -39,27 +37,58 @@ rapidjson::Document ConfigFor(const ResponderSetting& setting, const std::string
   config.AddMember("refuse", setting.refuse, a);
   config.AddMember("delay_ms", setting.delay_us / 1000, a);
   const sim::SceneTruth truth = sim::Truth();
-  if (setting.node != "ieparam") {
-    rapidjson::Value camera(rapidjson::kObjectType);
-    camera.AddMember("fx", truth.camera.fx, a);
-    camera.AddMember("fy", truth.camera.fy, a);
-    camera.AddMember("cx", truth.camera.cx, a);
-    camera.AddMember("cy", truth.camera.cy, a);
-    camera.AddMember("height_cm", truth.camera.height, a);
-    camera.AddMember("pitch_deg", truth.camera.pitch, a);
-    config.AddMember("camera", camera, a);
+  if (setting.node == "ieparam") {
+    // The fixture's board, where the fixture says it stands for each view,
+    // and where the camera model goes.
+    rapidjson::Value board(rapidjson::kObjectType);
+    board.AddMember("columns", truth.board.cols, a);
+    board.AddMember("rows", truth.board.rows, a);
+    board.AddMember("square_cm", truth.board.square, a);
+    board.AddMember("margin_cm", truth.board.margin, a);
+    config.AddMember("board", board, a);
+    config.AddMember("camera_out", rapidjson::StringRef(kCameraModelFile), a);
+    config.AddMember("placement_file", rapidjson::StringRef(kPlacementFile), a);
+  } else if (!camera_file.empty()) {
+    // The camera the round's chessboard views measure, read at each request.
+    config.AddMember("camera_file", rapidjson::Value(camera_file.c_str(), a), a);
+  } else if (!camera_model.empty()) {
+    config.AddMember("camera", rapidjson::Value(camera_model.c_str(), a), a);
   }
   if (setting.node == "plane" || setting.node == "check") {
     config.AddMember("wall_height_cm", truth.wall_height, a);
   }
-  if (setting.node == "distance") {
-    // A stop-gap: the planes to measure with until a plane node sent some.
-    rapidjson::Value planes(rapidjson::kObjectType);
-    planes.AddMember("left", PlaneConfig(truth.left, a), a);
-    planes.AddMember("right", PlaneConfig(truth.right, a), a);
-    config.AddMember("fallback_planes", planes, a);
-  }
   return config;
+}
+
+// The board's placement on the robot while it is seen: its frame (origin at
+// the first inner corner) in the camera's, carried into the robot's frame by
+// the camera's pose. This is what the fixture knows of where it holds the
+// board; the node reads it as a fixture's file.
+void WritePlacement() {
+  const sim::SceneTruth truth = sim::Truth();
+  const double(*r)[3] = truth.camera_pose.rotation;  // robot -> camera
+  const double* t = truth.camera_pose.translation;
+  const double(*b)[3] = truth.board.pose.rotation;  // board -> camera
+  const double* bt = truth.board.pose.translation;
+  double origin[3], x_axis[3], y_axis[3];
+  for (int i = 0; i < 3; ++i) {
+    origin[i] = 0;
+    x_axis[i] = 0;
+    y_axis[i] = 0;
+    for (int k = 0; k < 3; ++k) {
+      origin[i] += r[k][i] * (bt[k] - t[k]);
+      x_axis[i] += r[k][i] * b[k][0];
+      y_axis[i] += r[k][i] * b[k][1];
+    }
+  }
+  std::FILE* file = std::fopen(kPlacementFile, "w");
+  if (file == nullptr) return;  // the node says the file is missing
+  std::fprintf(file,
+               "{\"origin_cm\": [%.17g, %.17g, %.17g], \"x_axis\": [%.17g, %.17g, %.17g], "
+               "\"y_axis\": [%.17g, %.17g, %.17g]}\n",
+               origin[0], origin[1], origin[2], x_axis[0], x_axis[1], x_axis[2], y_axis[0],
+               y_axis[1], y_axis[2]);
+  std::fclose(file);
 }
 
 }  // namespace
@@ -82,8 +111,23 @@ void CalcPluginNodes::Compute(const ResponderSetting& setting) {
                                   " node needs the calculation plug-in: " + e.what());
     }
   }
+  if (setting.node == "ieparam") {
+    ::mkdir(kFixtureFolder, 0755);
+    // Each chessboard request, before the node takes it: where the board
+    // stands for this view.
+    if (!placements_watched_) {
+      round_.host.Subscribe<CameraClibrIEParamMsg>("kivrun", calitopics::kCameraCaliIEParam,
+                                                   [this](CameraClibrIEParamMsg*) {
+                                                     if (nodes_.count("ieparam") != 0)
+                                                       WritePlacement();
+                                                   });
+      placements_watched_ = true;
+    }
+  }
   const std::string name = "kivrun/" + setting.node;
-  const rapidjson::Document config = ConfigFor(setting, name);
+  if (setting.node == "ieparam") chessboard_camera_ = true;
+  const rapidjson::Document config =
+      ConfigFor(setting, name, chessboard_camera_ ? kCameraModelFile : "", camera_model_);
   rapidjson::StringBuffer text;
   rapidjson::Writer<rapidjson::StringBuffer> writer(text);
   config.Accept(writer);
@@ -102,7 +146,6 @@ void CalcPluginNodes::Compute(const ResponderSetting& setting) {
   node_watch_.SetMuted(false);
   if (!node) throw std::invalid_argument("the builder of " + id + " returned no node");
   node_watch_.MuteTimersNamed(node->NodeName());
-  if (setting.node == "distance") answer_watch_.SetFallbackIsTruth(true);
   nodes_[setting.node] = std::move(node);
   configs_[setting.node] = text.GetString();
 }

@@ -7,10 +7,16 @@
 // (quietly: the event log shows the step's "responder" event, and then the
 // node's answers). The node's configuration holds what the step says (the
 // pictures, the refusal code, the delay) and what the host knows of the
-// round: the camera model and the wall's height, taken from the camera
-// simulator's truth when the step plays, and for the distance node the true
-// laser planes as the planes to measure with until a plane node has sent
-// some (a stop-gap, docs/calibration.md). The node is named "kivrun/<node>",
+// round: the camera model and the wall's height. The camera model is the
+// file the round's camera parameter node writes (kCameraModelFile) once a
+// computing camera parameter step has played, which plane, check and
+// distance nodes read at each request; else the scenario's camera model
+// file ("camera_model", SetCameraModel); else none, and those nodes refuse
+// every request (docs/calibration.md). The wall's height is the target's,
+// from the camera simulator's scene. A camera parameter node gets the
+// fixture's board and, before each chessboard request reaches it, a file
+// saying where the fixture holds the board on the robot (kPlacementFile);
+// it writes the camera model it calibrates to kCameraModelFile. The node is named "kivrun/<node>",
 // which names its answer timer and its answers' trace tag too.
 //
 // Such a node is the host's helper, not the node under test: while it is
@@ -37,6 +43,15 @@ namespace kivrun {
 // The calculation plug-in's file name.
 inline constexpr char kCalcPlugin[] = "liblasercalc.so";
 
+// Where a computing camera parameter node writes the camera model it
+// calibrates, and reads where the fixture holds the board for the view it
+// is asked about (kivrun writes it at each chessboard request). Both are
+// in the node's /tmp, the round's own unless kivrun runs with
+// --machine-tmp.
+inline constexpr char kFixtureFolder[] = "/tmp/kivrun";
+inline constexpr char kCameraModelFile[] = "/tmp/kivrun/camera.yaml";
+inline constexpr char kPlacementFile[] = "/tmp/kivrun/board_placement.json";
+
 class CalcPluginNodes : public ComputingNodes {
  public:
   CalcPluginNodes(RoundContext& round, NodeWatch& node_watch, AnswerWatch& answer_watch)
@@ -46,6 +61,9 @@ class CalcPluginNodes : public ComputingNodes {
   CalcPluginNodes& operator=(const CalcPluginNodes&) = delete;
 
   void Compute(const ResponderSetting& setting) override;
+  // The scenario's camera model file, for rounds without a chessboard step
+  // ("" for none).
+  void SetCameraModel(const std::string& path) { camera_model_ = path; }
   void Retire(const std::string& node) override {
     nodes_.erase(node);
     configs_.erase(node);
@@ -61,6 +79,9 @@ class CalcPluginNodes : public ComputingNodes {
   AnswerWatch& answer_watch_;
   std::map<std::string, std::unique_ptr<kiv::KivNode>> nodes_;
   std::map<std::string, std::string> configs_;  // node -> its configuration, minified
+  bool placements_watched_ = false;
+  bool chessboard_camera_ = false;  // a computing camera parameter step played
+  std::string camera_model_;
 };
 
 }  // namespace kivrun

@@ -34,7 +34,8 @@ std::string PictureFolder(const std::string& value) {
 }
 
 // Puts the camera setting {"pictures": DIR} before the scenario's first
-// step: it is logged as a camera_settings event of step 0.
+// step: it is logged as a camera_settings event of step 0. DIR/camera.yaml
+// becomes the round's camera model.
 void ShowPictures(const std::string& dir, Scenario* scenario) {
   rapidjson::StringBuffer text;
   rapidjson::Writer<rapidjson::StringBuffer> writer(text);
@@ -47,6 +48,10 @@ void ShowPictures(const std::string& dir, Scenario* scenario) {
   step.kind = Step::Kind::kCamera;
   step.value = JsonText::FromText(text.GetString());
   scenario->steps.insert(scenario->steps.begin(), std::move(step));
+  // The folder's own camera, when it holds one.
+  std::error_code error;
+  const std::string camera = dir + "/camera.yaml";
+  if (std::filesystem::is_regular_file(camera, error)) scenario->camera_model = camera;
 }
 
 }  // namespace kivrun

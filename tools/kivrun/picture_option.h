@@ -6,7 +6,9 @@
 // names where the node writes its own pictures (/tmp, /tmp/left,
 // /tmp/right, /tmp/pic), which the round would overwrite. ShowPictures puts
 // the camera setting {"pictures": DIR} before the scenario's first step,
-// logged as a camera_settings event of step 0.
+// logged as a camera_settings event of step 0, and makes DIR/camera.yaml,
+// when there is one, the round's camera model (Scenario::camera_model):
+// the camera those pictures were taken with.
 #ifndef LASERCALI_TOOLS_KIVRUN_PICTURE_OPTION_H_
 #define LASERCALI_TOOLS_KIVRUN_PICTURE_OPTION_H_
 

@@ -230,7 +230,10 @@ void RoundSummary::Computed(const std::string& node, const rapidjson::Value& ans
                "%.5f deg (normal), %+.4f mm (offset)",
                Number(got, "yaw"), Number(got, "roll"), Number(got, "offset_mm"),
                Number(truth, "yaw"), Number(truth, "roll"), Number(truth, "offset_mm"),
-               Number(error, "normal_deg"), Number(error, "offset_mm")));
+               Number(error, "normal_deg"), Number(error, "offset_mm")) +
+              Text("; 1-sigma %.4f, %.4f deg, %.4f mm", Number(Member(got, "sigma"), "yaw"),
+                   Number(Member(got, "sigma"), "roll"),
+                   Number(Member(got, "sigma"), "offset_mm")));
     }
     if (failed) rows.emplace_back("plane calibration", Failure(answer));
   } else if (node == "check") {
@@ -240,20 +243,21 @@ void RoundSummary::Computed(const std::string& node, const rapidjson::Value& ans
     } else {
       rows.emplace_back(
           "plane check",
-          Text("passed: residuals left %.4f px RMS, %.4f px at worst; right %.4f px RMS, %.4f "
-               "px at worst",
+          Text("passed: residuals left %.4f px RMS, %.4f px at worst, %.4f px aside; right "
+               "%.4f px RMS, %.4f px at worst, %.4f px aside",
                Number(Member(residuals, "left"), "rms_px"),
                Number(Member(residuals, "left"), "worst_px"),
+               Number(Member(residuals, "left"), "bias_px"),
                Number(Member(residuals, "right"), "rms_px"),
-               Number(Member(residuals, "right"), "worst_px")));
+               Number(Member(residuals, "right"), "worst_px"),
+               Number(Member(residuals, "right"), "bias_px")));
     }
   } else if (node == "distance") {
     const rapidjson::Value& walls = Member(answer, "walls");
     const double left = Number(Member(walls, "left"), "distance_mm");
     const double right = Number(Member(walls, "right"), "distance_mm");
     const rapidjson::Value& planes = Member(answer, "planes");
-    const std::string with =
-        planes.IsString() && std::string(planes.GetString()) == "sent" ? "sent" : "true";
+    const std::string with = planes.IsString() ? planes.GetString() : "no";
     if (!std::isnan(left) && !std::isnan(right)) {
       rows.emplace_back(
           "distance check",
@@ -264,6 +268,28 @@ void RoundSummary::Computed(const std::string& node, const rapidjson::Value& ans
     }
     if (failed)
       rows.emplace_back(rows.empty() ? "distance check" : "distance check result", Failure(answer));
+  } else if (node == "ieparam") {
+    // The set's last answer: the camera it measured, beside the truth.
+    const rapidjson::Value& camera = Member(answer, "camera");
+    const rapidjson::Value& truth = Member(answer, "truth");
+    const rapidjson::Value& sigma = Member(answer, "sigma");
+    if (camera.IsObject()) {
+      rows.emplace_back(
+          "camera",
+          Text("fx %.2f, fy %.2f, cx %.2f, cy %.2f px, k1 %.4f, height %.3f cm, pitch %.3f deg",
+               Number(camera, "fx"), Number(camera, "fy"), Number(camera, "cx"),
+               Number(camera, "cy"), Number(camera, "k1"), Number(camera, "height_cm"),
+               Number(camera, "pitch_deg")) +
+              Text(" (from %.0f views, %.3f px RMS; 1-sigma fx %.2f, cx %.2f, cy %.2f px)",
+                   Number(camera, "views"), Number(camera, "rms_px"), Number(sigma, "fx"),
+                   Number(sigma, "cx"), Number(sigma, "cy")));
+      rows.emplace_back(
+          "camera, true",
+          Text("fx %.2f, fy %.2f, cx %.2f, cy %.2f px, k1 %.4f, height %.3f cm, pitch %.3f deg",
+               Number(truth, "fx"), Number(truth, "fy"), Number(truth, "cx"), Number(truth, "cy"),
+               Number(truth, "k1"), Number(truth, "height_cm"), Number(truth, "pitch_deg")));
+    }
+    if (Member(answer, "code").IsNumber()) rows.emplace_back("camera calibration", Failure(answer));
   }
   for (auto& entry : computed_) {
     if (entry.first == node) {

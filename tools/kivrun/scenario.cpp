@@ -327,6 +327,11 @@ Scenario LoadScenario(const std::string& path) {
       if (!value.IsString()) throw ScenarioError(path + ": \"config_file\" needs a file name");
       const std::string file = Name(value);
       scenario.config = ReadJsonFile(BesideScenario(path, file));
+    } else if (key == "camera_model") {
+      if (!value.IsString() || value.GetStringLength() == 0) {
+        throw ScenarioError(path + ": \"camera_model\" needs a camera model file's name");
+      }
+      scenario.camera_model = BesideScenario(path, Name(value));
     } else if (key == "plugins") {
       scenario.plugins = ReadPlugins(value, path);
     } else if (key == "nodes") {
@@ -342,8 +347,8 @@ Scenario LoadScenario(const std::string& path) {
       }
     } else {
       throw ScenarioError(path + ": unknown member \"" + Printable(key) +
-                          "\" (a scenario has description, node, config or config_file, plugins, "
-                          "nodes, steps)");
+                          "\" (a scenario has description, node, config or config_file, "
+                          "camera_model, plugins, nodes, steps)");
     }
   }
   return scenario;

@@ -142,6 +142,10 @@ struct Scenario {
   // relative to the scenario's folder when it is read).
   std::vector<std::string> plugins;
   std::vector<OtherNode> nodes;  // built after the node under test, in order
+  // The camera model file computing plane, check and distance nodes read
+  // when the round has no computing camera parameter step (made relative to
+  // the scenario's folder when it is read); "" for none.
+  std::string camera_model;
   std::vector<Step> steps;
 };
 
