@@ -10,8 +10,9 @@
 #   options  passed on to the fuzzer, e.g. -jobs=2 -workers=2 -runs=1000000
 #            (with -jobs the jobs' logs go to build-fuzz/logs/TARGET.jobs/,
 #            and the executions counted are those of every job)
-#   --all    runs every target for SECONDS, one after the other, and prints
-#            a table of executions and time per target (CI's regression run)
+#   --all    runs every target for SECONDS, as many at a time as the machine
+#            has cores, and prints a table of executions and time per target
+#            (CI's regression run)
 #   --list   prints the targets and stops
 #
 # Installs what is missing (cmake, make, clang with its libFuzzer runtime,
@@ -155,20 +156,44 @@ fuzz() {
   fi
   grep -E '^(#[0-9]+ +DONE|Done )' "$log" | tail -n 1
   echo "fuzz.sh: $name ran ${took} s, ${runs:-?} executions, nothing failed"
-  table="$table$(printf '\n| %s | %s s | %s |' "$name" "$took" "${runs:-?}")"
+  printf '| %s | %s s | %s |\n' "$name" "$took" "${runs:-?}" >"$work/logs/$name.row"
 }
 
-table=""
 if [ "$all" -eq 0 ]; then
   fuzz "$target" "$seconds" "$@" || exit 1
   exit 0
 fi
+# --all runs as many targets at a time as the machine has cores, each for
+# SECONDS on a core of its own; what a target printed is shown when it ends,
+# in the targets' order.
+slots=$(nproc 2>/dev/null || echo 2)
+mkdir -p "$work/logs"
+for name in $(targets); do rm -f "$work/logs/$name.row" "$work/logs/$name.out"; done
+batch=""
+run_batch() {
+  for name in $batch; do
+    (fuzz "$name" "$seconds" >"$work/logs/$name.out" 2>&1) &
+  done
+  wait
+  for name in $batch; do
+    cat "$work/logs/$name.out"
+    [ -f "$work/logs/$name.row" ] || failed="$failed $name"
+  done
+  batch=""
+}
 failed=""
+count=0
 for name in $(targets); do
-  fuzz "$name" "$seconds" || failed="$failed $name"
+  batch="$batch $name"
+  count=$((count + 1))
+  [ $((count % slots)) -eq 0 ] && run_batch
 done
+[ -z "$batch" ] || run_batch
 echo
 echo "| target | time | executions |"
-echo "|---|---|---|$table"
+echo "|---|---|---|"
+for name in $(targets); do
+  [ -f "$work/logs/$name.row" ] && cat "$work/logs/$name.row"
+done
 [ -z "$failed" ] || fail 1 "failed:$failed"
 echo "fuzz.sh: every target ran ${seconds} s, nothing failed"

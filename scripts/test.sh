@@ -8,8 +8,8 @@ cd "$(dirname "$0")/.."
 # The install tests also make and check Debian packages and use pkg-config;
 # the manual pages are checked against --help with help2man; the round
 # page's test opens a page in Debian's Chromium (with a font for its
-# screenshot).
-LASERCALI_PACKAGES="$LASERCALI_PACKAGES pkg-config file dpkg-dev lintian help2man chromium fonts-dejavu-core"
+# screenshot). lld links the many test programs quicker.
+LASERCALI_PACKAGES="$LASERCALI_PACKAGES lld pkg-config file dpkg-dev lintian help2man chromium fonts-dejavu-core"
 lasercali_install_deps
 
 jobs=$(nproc 2>/dev/null || echo 2)

@@ -13,8 +13,8 @@
 // (docs/calibration-accuracy.md).
 //
 // LASERCALI_ACCURACY_POSES=N plays the first N poses instead: the cross
-// builds set it on the ctest entry, because under the emulator the suite
-// checks behaviour, not accuracy.
+// builds and the sanitizer build set it on the ctest entry, because under
+// the emulator and the sanitizers the suite checks behaviour, not accuracy.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,6 +1,7 @@
-// Whether the tests run under an emulator (LASERCALI_EMULATED=1, which the
-// cross builds set on the ctest entries of the slow calculation tests).
-// There, many times slower, a test checks behaviour rather than statistics:
+// Whether the tests run under an emulator or the sanitizers
+// (LASERCALI_EMULATED=1, which the cross builds and the sanitizer build set
+// on the ctest entries of the slow calculation tests). There, many times
+// slower, a test checks behaviour rather than statistics:
 // it draws fewer seeds or views and leaves out the comparisons of spreads
 // that need many.
 #ifndef LASERCALI_TESTS_CALC_EMULATED_H_
