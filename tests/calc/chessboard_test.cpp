@@ -105,6 +105,28 @@ TEST(ChessboardTest, CornersLieWhereTheBoardWasDrawn) {
   }
 }
 
+// The classic search looks at the picture as it is before it equalises the
+// histogram (kThorough alone): on every covering view both find the board,
+// and the same corners.
+TEST(ChessboardTest, TheQuickSearchFindsTheCornersOfTheThoroughOne) {
+  const calc::CameraModel camera = calctest::RobotCamera();
+  const BoardGeometry board;
+  std::vector<calctest::BoardSpot> spots = calctest::CoveringSpots();
+  if (calctest::Emulated()) spots.resize(4);
+  for (const calctest::Look& look : {calctest::Look{0.7, 2.0, 1}, calctest::Look{1.5, 3.0, 2}}) {
+    for (std::size_t i = 0; i < spots.size(); ++i) {
+      const cv::Mat view =
+          calctest::RenderBoard(camera, board, calctest::PlaceBoard(camera, board, spots[i]), look);
+      const calc::FoundBoard quick = calc::FindBoard("view", Gray(view), board);
+      const calc::FoundBoard thorough =
+          calc::FindBoard("view", Gray(view), board, CornerMethod::kThorough);
+      ASSERT_EQ(quick.code, calc::kSuccess) << quick.reason;
+      ASSERT_EQ(thorough.code, calc::kSuccess) << thorough.reason;
+      EXPECT_LT(Compare(quick.corners, thorough.corners).worst, 1e-3) << "view " << i;
+    }
+  }
+}
+
 TEST(ChessboardTest, CornersAreNumberedFromThePicturesTopLeft) {
   const calc::CameraModel camera = calctest::RobotCamera();
   const BoardGeometry board;
