@@ -10,8 +10,11 @@
 #include <string>
 #include <vector>
 
+#include "platform/sunxi_cam/camera_sim.h"
+#include "platform/sunxi_cam/sunxi_cam.h"
 #include "tests/calc/emulated.h"
 #include "tests/calc/synthetic_boards.h"
+#include "tests/support/sim_settings.h"
 
 namespace {
 
@@ -103,6 +106,52 @@ TEST(ChessboardTest, CornersLieWhereTheBoardWasDrawn) {
   if (!calctest::Emulated()) {
     EXPECT_LT(noisy.rms, sector.rms);
   }
+}
+
+// The classic search looks at the picture as it is before it equalises the
+// histogram (kThorough alone): on every covering view both find the board,
+// and the same corners.
+TEST(ChessboardTest, TheQuickSearchFindsTheCornersOfTheThoroughOne) {
+  const calc::CameraModel camera = calctest::RobotCamera();
+  const BoardGeometry board;
+  std::vector<calctest::BoardSpot> spots = calctest::CoveringSpots();
+  if (calctest::Emulated()) spots.resize(4);
+  for (const calctest::Look& look : {calctest::Look{0.7, 2.0, 1}, calctest::Look{1.5, 3.0, 2}}) {
+    for (std::size_t i = 0; i < spots.size(); ++i) {
+      const cv::Mat view =
+          calctest::RenderBoard(camera, board, calctest::PlaceBoard(camera, board, spots[i]), look);
+      const calc::FoundBoard quick = calc::FindBoard("view", Gray(view), board);
+      const calc::FoundBoard thorough =
+          calc::FindBoard("view", Gray(view), board, CornerMethod::kThorough);
+      ASSERT_EQ(quick.code, calc::kSuccess) << quick.reason;
+      ASSERT_EQ(thorough.code, calc::kSuccess) << thorough.reason;
+      EXPECT_LT(Compare(quick.corners, thorough.corners).worst, 1e-3) << "view " << i;
+    }
+  }
+}
+
+// The same on the robot's camera, with a small board in the picture's top
+// left corner (view 9 of scenarios/robot_chain_round.json): there the
+// thorough search takes ten times as long, and the quick one's first guess
+// of the corners lies far enough from the thorough one's to size the
+// refinement's window otherwise, were it not sized from the refined corners.
+TEST(ChessboardTest, TheQuickSearchFindsTheCornersOfTheThoroughOneOnTheRobotsCamera) {
+  APPLY_SIM(R"({"preset": "robot", "scene": {"board": {"on": true, "cols": 9, "rows": 6,
+      "square": 2.5, "margin": 2.5, "x": -16, "y": -10, "z": 50, "yaw": -15, "pitch": 10}}})");
+  sunxi_cam::SunxiCam camera;
+  ASSERT_TRUE(camera.OpenCamera(1, sunxi_cam::kPixelFormatNV21, 100, 640, 480));
+  ASSERT_TRUE(camera.setExposureGain(8000, 32));  // the node's chessboard setting
+  const cv::Mat view =
+      cv::Mat(480, 640, CV_8UC1, const_cast<uint8_t*>(sunxi_cam::sim::Luminance(1))).clone();
+  camera.CloseCamera();
+  sunxi_cam::sim::Reset();
+  const calc::BoardGeometry board;
+  const calc::FoundBoard quick = calc::FindBoard("view 09", Gray(view), board);
+  const calc::FoundBoard thorough =
+      calc::FindBoard("view 09", Gray(view), board, CornerMethod::kThorough);
+  ASSERT_EQ(quick.code, calc::kSuccess) << quick.reason;
+  ASSERT_EQ(thorough.code, calc::kSuccess) << thorough.reason;
+  EXPECT_LT(Compare(quick.corners, thorough.corners).worst, 1e-3);
 }
 
 TEST(ChessboardTest, CornersAreNumberedFromThePicturesTopLeft) {

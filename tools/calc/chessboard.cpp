@@ -70,6 +70,125 @@ bool SquaresInside(const cv::Mat& plane, const BoardGeometry& board, int width, 
   return true;
 }
 
+// The mean grey level of the 3 x 3 pixels about each point; -1 for a point
+// whose pixels are not all in the picture.
+std::vector<double> GreyAt(const cv::Mat& picture, const std::vector<cv::Point2f>& points) {
+  std::vector<double> grey;
+  for (const cv::Point2f& p : points) {
+    if (!(p.x >= 1 && p.y >= 1 && p.x < picture.cols - 2 && p.y < picture.rows - 2)) {
+      grey.push_back(-1);
+      continue;
+    }
+    const int u = cvRound(p.x), v = cvRound(p.y);
+    grey.push_back(cv::mean(picture(cv::Rect(u - 1, v - 1, 3, 3)))[0]);
+  }
+  return grey;
+}
+
+// Whether the board's black and white squares go on beyond its outermost
+// ones on some side, as they do where the search took a part of a larger
+// board. The squares are looked at in their middles (the board's plane
+// from its corners): the board's own inner squares give the grey levels of
+// the two colours. On each side, the row of squares just beyond the
+// board's outermost squares (its margin, or what lies beyond it) goes on
+// with the pattern when its squares of the two colours differ by more than
+// half as much, the same way round. Without inner squares to go by, the
+// pattern may go on.
+bool PatternGoesOn(const cv::Mat& picture, const cv::Mat& plane, const BoardGeometry& board) {
+  // Squares in the board's plane, in squares (corner j, i at (j, i)): the
+  // square whose top left corner is (j, i) is of colour (i + j) mod 2.
+  std::vector<cv::Point2f> middles;
+  std::vector<int> colour, side;  // side -1: the board's own; 0 to 3: beyond
+  auto add = [&](int j, int i, int s) {
+    middles.emplace_back(float(j + 0.5), float(i + 0.5));
+    colour.push_back(((i + j) % 2 + 2) % 2);
+    side.push_back(s);
+  };
+  for (int i = 0; i + 1 < board.rows; ++i) {
+    for (int j = 0; j + 1 < board.columns; ++j) add(j, i, -1);
+  }
+  for (int j = -1; j < board.columns; ++j) {
+    add(j, -2, 0);
+    add(j, board.rows, 1);
+  }
+  for (int i = -1; i < board.rows; ++i) {
+    add(-2, i, 2);
+    add(board.columns, i, 3);
+  }
+  std::vector<cv::Point2f> shown;
+  cv::perspectiveTransform(middles, shown, plane);
+  const std::vector<double> grey = GreyAt(picture, shown);
+  double sum[5][2] = {}, count[5][2] = {};
+  for (std::size_t k = 0; k < grey.size(); ++k) {
+    if (grey[k] < 0) continue;
+    sum[side[k] + 1][colour[k]] += grey[k];
+    count[side[k] + 1][colour[k]] += 1;
+  }
+  auto contrast = [&](int s) { return sum[s][1] / count[s][1] - sum[s][0] / count[s][0]; };
+  if (count[0][0] < 1 || count[0][1] < 1) return true;  // no squares to go by
+  const double own = contrast(0);
+  for (int s = 1; s < 5; ++s) {
+    if (count[s][0] < 2 || count[s][1] < 2) continue;
+    const double beyond = contrast(s);
+    if (beyond * own > 0 && std::fabs(beyond) > 0.5 * std::fabs(own)) return true;
+  }
+  return false;
+}
+
+// The inner corners as cv::findChessboardCorners finds them, before
+// refinement; false when it finds no board of the board's size.
+bool Search(const cv::Mat& picture, const BoardGeometry& board, CornerMethod method,
+            std::vector<cv::Point2f>* corners) {
+  const cv::Size pattern(board.columns, board.rows);
+  const std::size_t count = static_cast<std::size_t>(board.columns * board.rows);
+  if (method == CornerMethod::kSectorBased) {
+    return cv::findChessboardCornersSB(
+               picture, pattern, *corners,
+               cv::CALIB_CB_NORMALIZE_IMAGE | cv::CALIB_CB_EXHAUSTIVE | cv::CALIB_CB_ACCURACY) &&
+           corners->size() == count;
+  }
+  // The fast check turns a picture without a board away in a tenth of a
+  // second; without it, noise keeps the search busy for seconds.
+  //
+  // With the picture's histogram equalised, the search takes ten times as
+  // long on a small board in a corner of the robot's views (about 0.5 s
+  // against 0.05 s on a 640 x 480 view) and finds the same board. So the
+  // picture as it is goes first, and the thorough search, with the histogram
+  // equalised, only where that finds no board, or takes a part of a larger
+  // one, which it does more often (docs/benchmarks.md, "The whole
+  // calibration chain").
+  if (method == CornerMethod::kClassic &&
+      cv::findChessboardCorners(picture, pattern, *corners,
+                                cv::CALIB_CB_ADAPTIVE_THRESH | cv::CALIB_CB_FAST_CHECK) &&
+      corners->size() == count) {
+    const cv::Mat plane = BoardPlane(*corners, board);
+    if (!plane.empty() && !PatternGoesOn(picture, plane, board)) return true;
+  }
+  corners->clear();
+  return cv::findChessboardCorners(picture, pattern, *corners,
+                                   cv::CALIB_CB_ADAPTIVE_THRESH | cv::CALIB_CB_NORMALIZE_IMAGE |
+                                       cv::CALIB_CB_FAST_CHECK) &&
+         corners->size() == count;
+}
+
+// The corners to a fraction of a pixel with cv::cornerSubPix, in a window
+// that reaches no neighbouring corner: 0.4 of the smallest spacing of the
+// refined corners, so that the window, and so the corners, do not depend
+// on how near the search came.
+void Refine(const cv::Mat& picture, const BoardGeometry& board, std::vector<cv::Point2f>* corners) {
+  auto window = [&] {
+    return std::max(2, std::min(11, int(0.4 * SmallestSpacing(*corners, board))));
+  };
+  int half = window();
+  for (int pass = 0; pass < 3; ++pass) {
+    cv::cornerSubPix(picture, *corners, cv::Size(half, half), cv::Size(-1, -1),
+                     cv::TermCriteria(cv::TermCriteria::EPS | cv::TermCriteria::COUNT, 100, 1e-4));
+    const int refined = window();
+    if (refined == half) return;
+    half = refined;
+  }
+}
+
 }  // namespace
 
 std::string BoardProblem(const BoardGeometry& board) {
@@ -119,21 +238,9 @@ FoundBoard FindBoard(const std::string& name, const GrayPicture& view, const Boa
   }
   const cv::Mat picture(view.height, view.width, CV_8UC1, const_cast<uint8_t*>(view.pixels),
                         static_cast<std::size_t>(view.stride));
-  const cv::Size pattern(board.columns, board.rows);
   std::vector<cv::Point2f> corners;
-  bool seen = false;
-  if (method == CornerMethod::kSectorBased) {
-    seen = cv::findChessboardCornersSB(
-        picture, pattern, corners,
-        cv::CALIB_CB_NORMALIZE_IMAGE | cv::CALIB_CB_EXHAUSTIVE | cv::CALIB_CB_ACCURACY);
-  } else {
-    // The fast check turns a picture without a board away in a tenth of a
-    // second; without it, noise keeps the search busy for seconds.
-    seen = cv::findChessboardCorners(
-        picture, pattern, corners,
-        cv::CALIB_CB_ADAPTIVE_THRESH | cv::CALIB_CB_NORMALIZE_IMAGE | cv::CALIB_CB_FAST_CHECK);
-  }
-  if (!seen || corners.size() != static_cast<std::size_t>(board.columns * board.rows)) {
+  const bool seen = Search(picture, board, method, &corners);
+  if (!seen) {
     found.reason = name + ": board not found (no chessboard of " + Size(board) + " inner corners)";
     return found;
   }
@@ -154,12 +261,7 @@ FoundBoard FindBoard(const std::string& name, const GrayPicture& view, const Boa
     found.reason = name + ": board not found (it is cut off by the picture's edge)";
     return found;
   }
-  if (method == CornerMethod::kClassic) {
-    // A window that reaches no neighbouring corner.
-    const int half = std::max(2, std::min(11, int(0.4 * SmallestSpacing(corners, board))));
-    cv::cornerSubPix(picture, corners, cv::Size(half, half), cv::Size(-1, -1),
-                     cv::TermCriteria(cv::TermCriteria::EPS | cv::TermCriteria::COUNT, 100, 1e-4));
-  }
+  if (method != CornerMethod::kSectorBased) Refine(picture, board, &corners);
   found.code = kSuccess;
   for (const cv::Point2f& p : corners) found.corners.push_back({p.x, p.y});
   return found;

@@ -15,6 +15,10 @@
 //
 // FindBoard finds the corners with OpenCV (calib3d): cv::findChessboardCorners
 // and cv::cornerSubPix (kClassic), or cv::findChessboardCornersSB (kSectorBased).
+// kClassic searches the picture as it is first, the would-be squares
+// filtered by their shape, and only where that finds no board searches again
+// on the picture with its histogram equalised; kThorough makes only that
+// second, slower search, and is the reference the first must agree with.
 // It also requires the board's squares to lie inside the picture, one
 // square beyond the outermost corners: a board cut off by the picture's
 // edge is not found, even when its inner corners are.
@@ -64,7 +68,7 @@ struct BoardPlacement {
 // The board's corners in the robot's frame, in FindBoard's order.
 std::vector<Vec3> PlacedCorners(const BoardGeometry& board, const BoardPlacement& placement);
 
-enum class CornerMethod { kClassic, kSectorBased };
+enum class CornerMethod { kClassic, kThorough, kSectorBased };
 
 struct FoundBoard {
   int code = kSuccess;         // or kBoardNotFound, kPictureRefused
