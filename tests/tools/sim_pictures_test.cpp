@@ -203,7 +203,8 @@ TEST_F(SimPicturesTest, ChessboardViewsComeWithTheBoardsGeometry) {
   }
   EXPECT_EQ(run.out, listed + "out/chessboard/board.json\n");
   rapidjson::Document board;
-  board.Parse(testsupport::ReadFile(dir_ / "out/chessboard/board.json").c_str());
+  board.Parse<rapidjson::kParseFullPrecisionFlag>(
+      testsupport::ReadFile(dir_ / "out/chessboard/board.json").c_str());
   ASSERT_FALSE(board.HasParseError());
   EXPECT_EQ(board["board"]["columns"].GetInt(), 9);
   EXPECT_EQ(board["board"]["rows"].GetInt(), 6);
