@@ -178,6 +178,13 @@ TEST_F(KivrunChessboardTest, AViewWithoutABoardIsNamedWithItsFileAndTheRestMeasu
                       (dir_ / "pictures").string() + "/chessboard/03.png): board not found"),
             std::string::npos)
       << said;
+  // The round replays: the recorded answers stand in for the camera
+  // parameter node.
+  const ProgramRun replay = Kivrun("--replay log.jsonl --log again.jsonl");
+  EXPECT_EQ(replay.status, 0) << Joined(replay.err);
+  ASSERT_FALSE(replay.err.empty());
+  EXPECT_EQ(replay.err.back().rfind("kivrun: the replay of log.jsonl gave the same ", 0), 0u)
+      << Joined(replay.err);
 }
 
 TEST_F(KivrunChessboardTest, ViewsThatGiveNoCameraStopTheRoundNamingEachView) {
