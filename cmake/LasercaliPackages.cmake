@@ -58,8 +58,9 @@ the rounds with computing calculation nodes.")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME lasercali-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION misc)
 # kivrun's summary and report measure stripes through a camera model, whose
-# lens calib3d undistorts.
-set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${runtime}, ${opencv}, libopencv-imgproc406 (>= 4.6.0+dfsg), \
+# lens calib3d undistorts; kivrun checks a picture folder's chessboard board
+# with the camera calibration's own code, which needs glibc 2.35 (calc_runtime).
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${calc_runtime}, ${opencv}, libopencv-imgproc406 (>= 4.6.0+dfsg), \
 libopencv-calib3d406 (>= 4.6.0+dfsg)")
 # The shipped rounds with computing calculation nodes need the calculation plug-in.
 set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS "lasercali-calc (= ${this_version})")

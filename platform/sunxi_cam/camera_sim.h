@@ -287,6 +287,12 @@ struct SceneTruth {
 // The truth of the current scene (GetScene()). Reading it changes nothing.
 SceneTruth Truth();
 
+// What keeps the camera from showing the image file `path`, "" when
+// nothing does: the reason the "images" setting would give, naming the file
+// ("image file 'a.png' is 320 x 240 with 3 channel(s) of 8 bits; the camera
+// needs 640 x 480 with one 8-bit channel (grayscale)").
+std::string ImageFileProblem(const std::string& path);
+
 // The names of the shipped presets, sorted ("harsh", "ideal", "robot").
 std::vector<std::string> PresetNames();
 // The text of a shipped preset's JSON file; "" when there is no such preset.

@@ -96,6 +96,18 @@ cv::Mat LoadImageFile(const std::string& path, const std::string& member) {
   return image;
 }
 
+std::string ImageFileProblem(const std::string& path) {
+  const std::string prefix = "camera sim: file: ";
+  try {
+    if (path.empty()) return "image file '' does not exist or is not a file";
+    LoadImageFile(path, "file");
+  } catch (const std::invalid_argument& refused) {
+    const std::string text = refused.what();
+    return text.rfind(prefix, 0) == 0 ? text.substr(prefix.size()) : text;
+  }
+  return "";
+}
+
 SceneTruth Truth() {
   const Scene& scene = GetScene();
   SceneTruth truth;

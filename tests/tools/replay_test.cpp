@@ -315,8 +315,8 @@ TEST_F(ReplayTest, TheCameraSettingOfKivrunPicturesIsStepZero) {
   EXPECT_EQ(
       RoundError({R"({"t":0,"event":"camera_settings","step":-1,"settings":{}})"}),
       At(6) + "a \"camera_settings\" event needs \"step\": a whole number from 0 to 2147483647");
-  EXPECT_EQ(RoundError({R"({"t":0,"event":"note","step":0,"text":"x"})"}),
-            At(6) + "a \"note\" event needs \"step\": a whole number from 1 to 2147483647");
+  EXPECT_EQ(RoundError({R"({"t":0,"event":"note","step":-1,"text":"x"})"}),
+            At(6) + "a \"note\" event needs \"step\": a whole number from 0 to 2147483647");
 }
 
 TEST_F(ReplayTest, EventsTheReplayPlaysNeedTheirMembers) {
@@ -334,8 +334,8 @@ TEST_F(ReplayTest, EventsTheReplayPlaysNeedTheirMembers) {
           "\"distance\" needs an integer from 0 to 65535");
   EXPECT_EQ(
       RoundError(
-          {R"({"t":0,"event":"send","step":0,"topic":"A","record":"kiv_camera_cali_msg","fields":{}})"}),
-      At(6) + "a \"send\" event needs \"step\": a whole number from 1 to 2147483647");
+          {R"({"t":0,"event":"send","step":-1,"topic":"A","record":"kiv_camera_cali_msg","fields":{}})"}),
+      At(6) + "a \"send\" event needs \"step\": a whole number from 0 to 2147483647");
   EXPECT_EQ(RoundError({R"({"t":0,"event":"json","step":1,"topic":"lasercali","command":[1]})"}),
             At(6) + "a \"json\" event needs \"command\": an object, or null");
   EXPECT_EQ(RoundError({R"({"t":0,"event":"advance","step":1,"us":3600000001})"}),

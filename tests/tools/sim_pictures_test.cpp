@@ -19,6 +19,7 @@
 #include "platform/sunxi_cam/camera_sim.h"
 #include "platform/sunxi_cam/sunxi_cam.h"
 #include "tests/support/program_run.h"
+#include "tools/kivrun/chessboard_folder.h"
 
 namespace {
 
@@ -202,11 +203,13 @@ TEST_F(SimPicturesTest, ChessboardViewsComeWithTheBoardsGeometry) {
   }
   EXPECT_EQ(run.out, listed + "out/chessboard/board.json\n");
   rapidjson::Document board;
-  board.Parse(testsupport::ReadFile(dir_ / "out/chessboard/board.json").c_str());
+  board.Parse<rapidjson::kParseFullPrecisionFlag>(
+      testsupport::ReadFile(dir_ / "out/chessboard/board.json").c_str());
   ASSERT_FALSE(board.HasParseError());
-  EXPECT_EQ(board["board"]["cols"].GetInt(), 9);
+  EXPECT_EQ(board["board"]["columns"].GetInt(), 9);
   EXPECT_EQ(board["board"]["rows"].GetInt(), 6);
-  EXPECT_EQ(board["board"]["square"].GetDouble(), 2.5);
+  EXPECT_EQ(board["board"]["square_cm"].GetDouble(), 2.5);
+  EXPECT_EQ(board["board"]["margin_cm"].GetDouble(), 2.5);
   EXPECT_EQ(board["picture"]["exposure"].GetInt(), 8000);  // the node's chessboard setting
   EXPECT_EQ(board["camera"]["distortion"][0].GetDouble(), -0.3);
   ASSERT_EQ(board["views"].Size(), 16u);
@@ -224,6 +227,19 @@ TEST_F(SimPicturesTest, ChessboardViewsComeWithTheBoardsGeometry) {
       EXPECT_EQ(view["rotation"][i][j].GetDouble(), truth.board.pose.rotation[i][j] + 0.0);
     }
   }
+  // Where the fixture held it on the robot: the board's frame carried into
+  // the robot's by the camera's pose, as kivrun tells the camera parameter
+  // node in a simulated round.
+  const kivrun::Placement placement = kivrun::PlacementOf(truth);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(view["placement"]["origin_cm"][i].GetDouble(), placement.origin[i] + 0.0);
+    EXPECT_EQ(view["placement"]["x_axis"][i].GetDouble(), placement.x_axis[i] + 0.0);
+    EXPECT_EQ(view["placement"]["y_axis"][i].GetDouble(), placement.y_axis[i] + 0.0);
+  }
+  // The robot's camera 40 cm before the board: the board's origin lies
+  // ahead of the robot, its rows run to the robot's right.
+  EXPECT_GT(placement.origin[0], 30);
+  EXPECT_LT(placement.x_axis[1], -0.5);
   EXPECT_FALSE(fs::exists(dir_ / "out" / "5"));  // --distances none
 }
 

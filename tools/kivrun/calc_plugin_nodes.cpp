@@ -25,7 +25,8 @@ using Allocator = rapidjson::Document::AllocatorType;
 // round writes, else the scenario's), the fixture's board and the target's
 // wall.
 rapidjson::Document ConfigFor(const ResponderSetting& setting, const std::string& name,
-                              const std::string& camera_file, const std::string& camera_model) {
+                              const std::string& camera_file, const std::string& camera_model,
+                              const ChessboardFolder* chessboard) {
   rapidjson::Document config(rapidjson::kObjectType);
   auto& a = config.GetAllocator();
   config.AddMember("name", rapidjson::Value(name.c_str(), a), a);
@@ -41,11 +42,21 @@ rapidjson::Document ConfigFor(const ResponderSetting& setting, const std::string
     // The fixture's board, where the fixture says it stands for each view,
     // and where the camera model goes.
     rapidjson::Value board(rapidjson::kObjectType);
-    board.AddMember("columns", truth.board.cols, a);
-    board.AddMember("rows", truth.board.rows, a);
-    board.AddMember("square_cm", truth.board.square, a);
-    board.AddMember("margin_cm", truth.board.margin, a);
+    if (chessboard != nullptr) {
+      board.AddMember("columns", chessboard->board.columns, a);
+      board.AddMember("rows", chessboard->board.rows, a);
+      board.AddMember("square_cm", chessboard->board.square, a);
+      board.AddMember("margin_cm", chessboard->board.margin, a);
+    } else {
+      board.AddMember("columns", truth.board.cols, a);
+      board.AddMember("rows", truth.board.rows, a);
+      board.AddMember("square_cm", truth.board.square, a);
+      board.AddMember("margin_cm", truth.board.margin, a);
+    }
     config.AddMember("board", board, a);
+    if (chessboard != nullptr) {
+      config.AddMember("views", static_cast<int>(chessboard->views.size()), a);
+    }
     config.AddMember("camera_out", rapidjson::StringRef(kCameraModelFile), a);
     config.AddMember("placement_file", rapidjson::StringRef(kPlacementFile), a);
   } else if (!camera_file.empty()) {
@@ -60,38 +71,25 @@ rapidjson::Document ConfigFor(const ResponderSetting& setting, const std::string
   return config;
 }
 
-// The board's placement on the robot while it is seen: its frame (origin at
-// the first inner corner) in the camera's, carried into the robot's frame by
-// the camera's pose. This is what the fixture knows of where it holds the
-// board; the node reads it as a fixture's file.
-void WritePlacement() {
-  const sim::SceneTruth truth = sim::Truth();
-  const double(*r)[3] = truth.camera_pose.rotation;  // robot -> camera
-  const double* t = truth.camera_pose.translation;
-  const double(*b)[3] = truth.board.pose.rotation;  // board -> camera
-  const double* bt = truth.board.pose.translation;
-  double origin[3], x_axis[3], y_axis[3];
-  for (int i = 0; i < 3; ++i) {
-    origin[i] = 0;
-    x_axis[i] = 0;
-    y_axis[i] = 0;
-    for (int k = 0; k < 3; ++k) {
-      origin[i] += r[k][i] * (bt[k] - t[k]);
-      x_axis[i] += r[k][i] * b[k][0];
-      y_axis[i] += r[k][i] * b[k][1];
-    }
-  }
+}  // namespace
+
+// The board's placement on the robot while it is seen: what the fixture
+// knows of where it holds the board; the node reads it as a fixture's file.
+// In a simulated round, the board the simulator shows (its frame, origin
+// at the first inner corner, in the camera's, carried into the robot's
+// frame by the camera's pose); on a folder's views, the view's own.
+void CalcPluginNodes::WritePlacement() {
+  const Placement placement =
+      chessboard_ && !chessboard_->placements.empty()
+          ? chessboard_->placements[placed_ % chessboard_->placements.size()]
+          : PlacementOf(sim::Truth());
+  ++placed_;
   std::FILE* file = std::fopen(kPlacementFile, "w");
   if (file == nullptr) return;  // the node says the file is missing
-  std::fprintf(file,
-               "{\"origin_cm\": [%.17g, %.17g, %.17g], \"x_axis\": [%.17g, %.17g, %.17g], "
-               "\"y_axis\": [%.17g, %.17g, %.17g]}\n",
-               origin[0], origin[1], origin[2], x_axis[0], x_axis[1], x_axis[2], y_axis[0],
-               y_axis[1], y_axis[2]);
+  const std::string text = PlacementText(placement);
+  std::fputs(text.c_str(), file);
   std::fclose(file);
 }
-
-}  // namespace
 
 void CalcPluginNodes::Compute(const ResponderSetting& setting) {
   std::string id;
@@ -127,7 +125,8 @@ void CalcPluginNodes::Compute(const ResponderSetting& setting) {
   const std::string name = "kivrun/" + setting.node;
   if (setting.node == "ieparam") chessboard_camera_ = true;
   const rapidjson::Document config =
-      ConfigFor(setting, name, chessboard_camera_ ? kCameraModelFile : "", camera_model_);
+      ConfigFor(setting, name, chessboard_camera_ ? kCameraModelFile : "", camera_model_,
+                setting.node == "ieparam" ? chessboard_.get() : nullptr);
   rapidjson::StringBuffer text;
   rapidjson::Writer<rapidjson::StringBuffer> writer(text);
   config.Accept(writer);
@@ -148,6 +147,11 @@ void CalcPluginNodes::Compute(const ResponderSetting& setting) {
   node_watch_.MuteTimersNamed(node->NodeName());
   nodes_[setting.node] = std::move(node);
   configs_[setting.node] = text.GetString();
+  if (setting.node == "ieparam") {
+    // A new set of views: the camera a set before it measured is gone.
+    placed_ = 0;
+    std::remove(kCameraModelFile);
+  }
 }
 
 }  // namespace kivrun

@@ -16,7 +16,12 @@
 // from the camera simulator's scene. A camera parameter node gets the
 // fixture's board and, before each chessboard request reaches it, a file
 // saying where the fixture holds the board on the robot (kPlacementFile);
-// it writes the camera model it calibrates to kCameraModelFile. The node is named "kivrun/<node>",
+// it writes the camera model it calibrates to kCameraModelFile (an earlier
+// one is removed when the node is built). On the chessboard views of a
+// picture folder (SetChessboard) the board, the number of views and the
+// placements are those of its board.json, the n-th request's placement the
+// n-th view's; otherwise the simulator's board, where it stands now, and
+// sixteen views. The node is named "kivrun/<node>",
 // which names its answer timer and its answers' trace tag too.
 //
 // Such a node is the host's helper, not the node under test: while it is
@@ -34,6 +39,7 @@
 
 #include "framework/kiv_node.h"
 #include "tools/kivrun/answer_watch.h"
+#include "tools/kivrun/chessboard_folder.h"
 #include "tools/kivrun/node_watch.h"
 #include "tools/kivrun/responders.h"
 #include "tools/kivrun/round_context.h"
@@ -64,6 +70,8 @@ class CalcPluginNodes : public ComputingNodes {
   // The scenario's camera model file, for rounds without a chessboard step
   // ("" for none).
   void SetCameraModel(const std::string& path) { camera_model_ = path; }
+  // The chessboard views of a picture folder, or null.
+  void SetChessboard(std::shared_ptr<const ChessboardFolder> views) { chessboard_ = views; }
   void Retire(const std::string& node) override {
     nodes_.erase(node);
     configs_.erase(node);
@@ -82,6 +90,9 @@ class CalcPluginNodes : public ComputingNodes {
   bool placements_watched_ = false;
   bool chessboard_camera_ = false;  // a computing camera parameter step played
   std::string camera_model_;
+  std::shared_ptr<const ChessboardFolder> chessboard_;
+  std::size_t placed_ = 0;  // chessboard requests the node was told a placement for
+  void WritePlacement();
 };
 
 }  // namespace kivrun

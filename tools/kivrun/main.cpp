@@ -18,6 +18,7 @@
 #include "platform/sandbox/node_tmp.h"
 #include "platform/sandbox/private_tmp.h"
 #include "tools/command_line.h"
+#include "tools/kivrun/chessboard_folder.h"
 #include "tools/kivrun/output_file.h"
 #include "tools/kivrun/picture_option.h"
 #include "tools/kivrun/progress.h"
@@ -29,7 +30,6 @@
 #include "tools/version.h"
 
 namespace {
-
 
 // The options, as getopt_long reads them. A long option without a short name
 // gets an id above 255.
@@ -261,10 +261,13 @@ int main(int argc, char** argv) {
     if (!scenario_path.empty()) scenario = kivrun::LoadScenario(scenario_path);
     if (!config_path.empty()) scenario.config = kivrun::ReadJsonFile(config_path);
     if (scenario.path.empty()) scenario.path = config_path;
-    if (!pictures.empty()) kivrun::ShowPictures(pictures, &scenario);
+    if (!pictures.empty()) kivrun::ShowPictures(pictures, &scenario, std::cerr);
   } catch (const kivrun::ScenarioError& e) {
     std::cerr << "kivrun: " << e.what() << "\n";
     return kivrun::kScenarioError;
+  } catch (const kivrun::ChessboardFolderError& e) {
+    std::cerr << "kivrun: " << e.what() << "\n";
+    return kivrun::kNoFolderCamera;
   }
   // The new log must not take the place of the one it is compared with.
   struct stat replayed = {};

@@ -109,7 +109,9 @@ class Line {
                "a whole number from " + std::to_string(low) + " to " + std::to_string(high))
         .GetInt64();
   }
-  int NeedStep() const { return static_cast<int>(NeedCount("step", 1, INT_MAX)); }
+  // A scenario's steps count from 1; kivrun's own, played before them
+  // (--pictures: the folder, the chessboard step), are step 0.
+  int NeedStep() const { return static_cast<int>(NeedCount("step", 0, INT_MAX)); }
   const rapidjson::Value& NeedObject(const char* key) const {
     return Need(
         key, [](const rapidjson::Value& v) { return v.IsObject(); }, "an object");

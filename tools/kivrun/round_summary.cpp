@@ -216,6 +216,10 @@ std::string Failure(const rapidjson::Value& answer) {
 }  // namespace
 
 void RoundSummary::Computed(const std::string& node, const rapidjson::Value& answer) {
+  const rapidjson::Value& board = Member(answer, "board");
+  if (node == "ieparam" && Member(board, "found").IsFalse() && Member(board, "view").IsString()) {
+    views_without_board_.push_back(Member(board, "view").GetString());
+  }
   std::vector<std::pair<std::string, std::string>> rows;
   const bool failed = Member(answer, "problems").IsArray() || Member(answer, "code").IsNumber();
   if (node == "plane") {

@@ -43,6 +43,9 @@ class RoundSummary {
   // A computing node answered; `answer` is its "answer" event
   // (docs/calibration.md).
   void Computed(const std::string& node, const rapidjson::Value& answer);
+  // The chessboard views in which the camera parameter node found no board
+  // ("view 05"), in order.
+  const std::vector<std::string>& ViewsWithoutBoard() const { return views_without_board_; }
   // A picture file was written.
   void Written(const std::string& path, int64_t size, const std::string& hash);
 
@@ -79,6 +82,7 @@ class RoundSummary {
       computed_;  // node, its rows
   std::vector<ReportPicture> pictures_;
   std::vector<std::string> problems_;
+  std::vector<std::string> views_without_board_;
   bool keep_versions_ = false;
   std::map<std::string, std::vector<ReportPicture>> versions_;  // by path
   int versions_not_kept_ = 0;

@@ -41,6 +41,7 @@ class Run {
         answer_watch_(round_),
         calc_nodes_(round_, node_watch_, answer_watch_) {
     calc_nodes_.SetCameraModel(scenario.camera_model);
+    calc_nodes_.SetChessboard(scenario.chessboard);
   }
 
   // Plays the recorded inputs of `recording` instead of the scenario's

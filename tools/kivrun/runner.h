@@ -56,10 +56,11 @@ enum ExitCode {
   kOk = 0,
   kScenarioError = 1,  // and a plug-in that cannot be loaded, or a node no plug-in registers
   kUsageError = 2,
-  kNodeError = 3,      // a builder threw, or returned no node
-  kNoAnswer = 4,       // a "repeat" or "wait" step ran out before its answer came
-  kReplayDiffers = 5,  // --replay: the new log differs from the recorded one
-  kNoPrivateTmp = 6,   // --private-tmp: the process could not have a /tmp of its own
+  kNodeError = 3,       // a builder threw, or returned no node
+  kNoAnswer = 4,        // a "repeat" or "wait" step ran out before its answer came
+  kReplayDiffers = 5,   // --replay: the new log differs from the recorded one
+  kNoPrivateTmp = 6,    // --private-tmp: the process could not have a /tmp of its own
+  kNoFolderCamera = 7,  // --pictures DIR: DIR gives the round no camera (what is wrong is named)
 };
 
 // The file of the plug-in `name`: a name with a folder as it is, a file name

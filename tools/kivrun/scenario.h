@@ -25,6 +25,8 @@
 
 namespace kivrun {
 
+struct ChessboardFolder;
+
 class ScenarioError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -102,7 +104,10 @@ struct Step {
     kLogFrames,
     kResponder,
     kRepeat,
-    kWait
+    kWait,
+    // kivrun's own, never in a scenario file: after the chessboard views of
+    // kivrun --pictures DIR, stops the round when they measured no camera.
+    kCameraFromViews
   };
   int number = 0;
   Kind kind = Kind::kNote;
@@ -118,6 +123,7 @@ struct Step {
   int64_t every_ticks = 10;                           // kRepeat: ticks between two requests
   int64_t limit = 0;                                  // kRepeat: most requests; kWait: most ticks
   std::shared_ptr<const ResponderSetting> responder;  // kResponder
+  std::shared_ptr<const ChessboardFolder> views;      // kCameraFromViews
 };
 
 // The member of an awaited state text that matches by its beginning.
@@ -146,6 +152,10 @@ struct Scenario {
   // when the round has no computing camera parameter step (made relative to
   // the scenario's folder when it is read); "" for none.
   std::string camera_model;
+  // The chessboard views of kivrun --pictures DIR the round measures the
+  // camera from (its computing camera parameter node's board and
+  // placements); null for none.
+  std::shared_ptr<const ChessboardFolder> chessboard;
   std::vector<Step> steps;
 };
 

@@ -1,12 +1,18 @@
 #include "tools/kivrun/step_player.h"
 
+#include <cctype>
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <stdexcept>
+#include <vector>
 
 #include "framework/kiv.h"
 #include "msgs/calimsgs.h"
 #include "msgs/topics.h"
 #include "platform/sunxi_cam/camera_sim.h"
+#include "tools/kivrun/calc_plugin_nodes.h"
+#include "tools/kivrun/chessboard_folder.h"
 #include "tools/kivrun/records.h"
 
 namespace kivrun {
@@ -168,6 +174,8 @@ int StepPlayer::Play(const Step& step) {
     case Step::Kind::kRepeat:
     case Step::Kind::kWait:
       return round_.node ? Await(step) : kOk;
+    case Step::Kind::kCameraFromViews:
+      return CameraFromViews(step);
   }
   return kOk;
 }
@@ -271,6 +279,45 @@ int StepPlayer::Await(const Step& step) {
   if (round_.options.progress) {
     round_.Show(MatchedLine(round_.host.Loop().Now(), label, step.kind == Step::Kind::kRepeat,
                             requests, ticks));
+  }
+  return kOk;
+}
+
+int StepPlayer::CameraFromViews(const Step& step) {
+  const ChessboardFolder& folder = *step.views;
+  // "view 05" with its file: "view 05 (DIR/chessboard/05.png)".
+  const auto with_file = [&folder](std::string text) {
+    const std::size_t at = text.find("view ");
+    if (at == std::string::npos) return text;
+    std::size_t end = at + 5;
+    while (end < text.size() && std::isdigit(static_cast<unsigned char>(text[end]))) ++end;
+    const int number = std::atoi(text.c_str() + at + 5);
+    if (end == at + 5 || number < 1 || static_cast<std::size_t>(number) > folder.views.size()) {
+      return text;
+    }
+    return text.insert(end, " (" + folder.views[static_cast<std::size_t>(number) - 1] + ")");
+  };
+  // What the camera parameter node said of the views, and the views it
+  // found no board in that it said nothing of (the last of a set).
+  std::vector<std::string> said;
+  for (const std::string& problem : round_.summary.Problems()) {
+    if (problem.rfind("ieparam ", 0) == 0) said.push_back(with_file(problem));
+  }
+  for (const std::string& view : round_.summary.ViewsWithoutBoard()) {
+    bool named = false;
+    for (const std::string& line : said)
+      named = named || line.find(view + " ") != std::string::npos;
+    if (!named) said.push_back(with_file(view + ": no board found in it, the view was left out"));
+  }
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(kCameraModelFile, error)) {
+    std::string what = "the chessboard views in " + folder.dir + " gave no camera";
+    for (const std::string& line : said) what += "; " + line;
+    if (said.empty()) what += ": the camera parameter node wrote no camera model";
+    return Fail(step, kNoFolderCamera, what);
+  }
+  for (const std::string& line : said) {
+    round_.Errors() << "kivrun: the camera was measured without a view: " << line << "\n";
   }
   return kOk;
 }

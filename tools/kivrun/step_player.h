@@ -7,7 +7,9 @@
 // switches the trace and the frame log, writes notes, sets up the simulated
 // calculation nodes, and plays "repeat" and "wait" steps: it lets ticks pass
 // until the node publishes what the step waits for, and says what came
-// instead when it runs out. Each step's outcome is an exit code: kOk, or
+// instead when it runs out. After the chessboard views of a picture folder
+// it stops the round when they measured no camera, naming each view the
+// camera parameter node left out by its file. Each step's outcome is an exit code: kOk, or
 // the code the run stops with after its "error" event.
 #ifndef LASERCALI_TOOLS_KIVRUN_STEP_PLAYER_H_
 #define LASERCALI_TOOLS_KIVRUN_STEP_PLAYER_H_
@@ -75,6 +77,7 @@ class StepPlayer {
   void Json(const Step& step);
   int Responder(const Step& step);
   int Await(const Step& step);
+  int CameraFromViews(const Step& step);
   void RunTicks(int64_t count);
   // Where a step's messages point: "FILE: step N", in a replay "LOG:LINE: step N".
   std::string StepWhere(const Step& step) const;

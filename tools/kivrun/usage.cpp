@@ -66,7 +66,15 @@ options:
                       and laser: DIR/<distance>/left.png and right.png, or
                       the node's own DIR/left/<N>.bmp and DIR/right/<N>.bmp
                       (docs/camera-sim.md); the camera setting
-                      {"pictures": DIR} before the first step
+                      {"pictures": DIR} before the first step. The
+                      planes are worked out through DIR/camera.yaml
+                      when DIR holds one; else, when DIR/chessboard holds
+                      views (*.png, *.bmp) and board.json, the round
+                      starts with the chessboard step: each view shown
+                      for one chessboard request, and the camera
+                      parameter node measures the camera from them;
+                      else through the scenario's camera, with a note.
+                      Neither, when the scenario names no camera: exit 7
   -h, --help          show this text
   --version           show the version and the node's version tags
 
@@ -96,7 +104,11 @@ node could not be built; 4 a "repeat" or "wait" step did not get its answer
 within its limit (the message says what came instead); 5 --replay: the
 new log differs from the old one (the first difference is shown); 6
 no private /tmp could be had for the node (the message says why;
---machine-tmp runs without one). A replay that gives the same log exits
+--machine-tmp runs without one); 7 --pictures DIR gives the round no
+camera: its chessboard folder cannot be used (the message names the file
+and what is wrong), its views measured none (each view left out is
+named), or it holds neither camera.yaml nor chessboard views and the
+scenario names no camera. A replay that gives the same log exits
 with 0, whatever the recorded round's own exit code was; an old log that
 cannot be replayed (not an event log, damaged, cut short) gives 1, naming
 its file and line.

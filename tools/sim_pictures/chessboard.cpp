@@ -6,7 +6,9 @@
 #include <rapidjson/stringbuffer.h>
 
 #include <stdexcept>
+#include <utility>
 
+#include "tools/kivrun/chessboard_folder.h"
 #include "tools/sim_pictures/chessboard_views_text.h"
 
 namespace simpictures {
@@ -94,18 +96,15 @@ std::string BoardJson(const BoardViews& views, const std::vector<WrittenView>& w
     w.Double(value);
   };
   w.StartObject();
+  // The board as the camera parameter node's configuration gives it.
   w.Key("board");
   w.StartObject();
-  w.Key("cols");
+  w.Key("columns");
   w.Int(views.cols);
   w.Key("rows");
   w.Int(views.rows);
-  number("square", views.square);
-  number("margin", views.margin);
-  w.Key("units");
-  w.String("cm");
-  w.Key("corners");
-  w.String("inner corner (i, j) at (i square, j square, 0): i along a row of cols, j down rows");
+  number("square_cm", views.square);
+  number("margin_cm", views.margin);
   w.EndObject();
   w.Key("picture");
   w.StartObject();
@@ -151,6 +150,20 @@ std::string BoardJson(const BoardViews& views, const std::vector<WrittenView>& w
     w.StartArray();
     for (double t : pose.translation) w.Double(t + 0.0);
     w.EndArray();
+    // Where a fixture would have held the board on the robot.
+    const kivrun::Placement placement = kivrun::PlacementOf(view.truth);
+    w.Key("placement");
+    w.StartObject();
+    const std::pair<const char*, const double*> vectors[] = {{"origin_cm", placement.origin},
+                                                             {"x_axis", placement.x_axis},
+                                                             {"y_axis", placement.y_axis}};
+    for (const auto& [key, v] : vectors) {
+      w.Key(key);
+      w.StartArray();
+      for (int i = 0; i < 3; ++i) w.Double(v[i] + 0.0);
+      w.EndArray();
+    }
+    w.EndObject();
     w.EndObject();
   }
   w.EndArray();

@@ -32,8 +32,10 @@ struct WrittenView {
   sunxi_cam::sim::SceneTruth truth;
 };
 
-// board.json: the board, the picture size, the setting, the camera's truth
-// (intrinsics and distortion) and each view's file and pose.
+// board.json: the board (as kivrun --pictures reads it, the camera
+// parameter node's "board"), the picture size, the setting, the camera's
+// truth (intrinsics and distortion) and each view's file, pose in the
+// camera's frame and placement on the robot (tools/kivrun/chessboard_folder.h).
 std::string BoardJson(const BoardViews& views, const std::vector<WrittenView>& written,
                       int exposure, int gain);
 
