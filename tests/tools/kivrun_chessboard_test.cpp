@@ -45,15 +45,7 @@ class KivrunChessboardTest : public ::testing::Test {
   void TearDown() override { fs::remove_all(dir_); }
 
   ProgramRun Kivrun(const std::string& args) {
-    const std::string command = "cd '" + dir_.string() + "' && " KIVRUN " --private-tmp " + args +
-                                " >'" + (dir_ / "out.txt").string() + "' 2>'" +
-                                (dir_ / "err.txt").string() + "'";
-    const int raw = std::system(command.c_str());
-    ProgramRun run;
-    run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    run.out = testsupport::ReadFile(dir_ / "out.txt");
-    run.err = testsupport::Lines(testsupport::ReadFile(dir_ / "err.txt"));
-    return run;
+    return testsupport::RunIn(dir_, KIVRUN " --private-tmp " + args);
   }
 
   // A scenario on the robot's camera with the computing plane node (and the

@@ -32,15 +32,8 @@ class KivrunPicturesTest : public ::testing::Test {
 
   // kivrun in `cwd` (default: the test's folder), with a private /tmp.
   ProgramRun Kivrun(const std::string& args, const std::string& cwd = "") {
-    const std::string command =
-        "cd '" + (cwd.empty() ? dir_.string() : cwd) + "' && " KIVRUN " --private-tmp " + args +
-        " >'" + (dir_ / "out.txt").string() + "' 2>'" + (dir_ / "err.txt").string() + "'";
-    const int raw = std::system(command.c_str());
-    ProgramRun run;
-    run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    run.out = testsupport::ReadFile(dir_ / "out.txt");
-    run.err = testsupport::Lines(testsupport::ReadFile(dir_ / "err.txt"));
-    return run;
+    return testsupport::RunIn(cwd.empty() ? dir_ : fs::path(cwd), KIVRUN " --private-tmp " + args,
+                              dir_);
   }
 
   // A picture of the example folder (the simulator's, one per distance).

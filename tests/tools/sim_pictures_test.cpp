@@ -40,14 +40,7 @@ class SimPicturesTest : public ::testing::Test {
   }
 
   ProgramRun Run(const std::string& args) {
-    const std::string command =
-        "cd '" + dir_.string() + "' && " SIM_PICTURES " " + args + " >out.txt 2>err.txt";
-    const int raw = std::system(command.c_str());
-    ProgramRun run;
-    run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    run.out = testsupport::ReadFile(dir_ / "out.txt");
-    run.err = testsupport::Lines(testsupport::ReadFile(dir_ / "err.txt"));
-    return run;
+    return testsupport::RunIn(dir_, SIM_PICTURES " " + args);
   }
 
   // The simulator's own luminance for that laser at that distance.
