@@ -369,6 +369,7 @@ TEST_F(ComputingRespondersTest, WithoutACameraModelEveryNodeRefusesWithCode18) {
   EXPECT_EQ(PlaneAnswer(paths).result, 18);
   EXPECT_EQ(std::string(LastAnswer()["reason"].GetString()),
             "no camera model: the node was given none (\"camera\" or \"camera_file\")");
+  EXPECT_FALSE(LastAnswer().HasMember("lasers"));  // no plane was fitted to set beside the truth
   EXPECT_EQ(CheckAnswer(paths).check_result, 18);
   Store(DisLeft(), 30, 1);
   Store(DisRight(), 30, 8);

@@ -73,6 +73,9 @@ bool FailedLaser(const rapidjson::Value& laser, Allocator& a, rapidjson::Value* 
 }
 
 void AddPlane(const rapidjson::Value& report, const sim::SceneTruth& truth, Fields& f) {
+  // A node that refused before it looked at a picture (no camera model, say)
+  // reports no lasers: there is nothing to set beside the truth.
+  if (!Member(report, "lasers").IsObject()) return;
   auto& a = f.allocator();
   const calc::Plane true_planes[2] = {PlaneOf(truth.left), PlaneOf(truth.right)};
   rapidjson::Value lasers(rapidjson::kObjectType), truths(rapidjson::kObjectType),
