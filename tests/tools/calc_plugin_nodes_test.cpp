@@ -39,7 +39,7 @@ class ComputingRespondersTest : public ::testing::Test {
       : round_(Plugins(), log_text_, errors_),
         node_watch_(round_),
         answer_watch_(round_),
-        calc_nodes_(round_, node_watch_, answer_watch_),
+        calc_nodes_(round_, node_watch_),
         responders_(host_, round_.log, 60) {
     sim::Reset();
     round_.log.SetClock([this] { return host_.Loop().Now(); });

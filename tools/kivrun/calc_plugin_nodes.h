@@ -38,7 +38,6 @@
 #include <string>
 
 #include "framework/kiv_node.h"
-#include "tools/kivrun/answer_watch.h"
 #include "tools/kivrun/chessboard_folder.h"
 #include "tools/kivrun/node_watch.h"
 #include "tools/kivrun/responders.h"
@@ -60,8 +59,8 @@ inline constexpr char kPlacementFile[] = "/tmp/kivrun/board_placement.json";
 
 class CalcPluginNodes : public ComputingNodes {
  public:
-  CalcPluginNodes(RoundContext& round, NodeWatch& node_watch, AnswerWatch& answer_watch)
-      : round_(round), node_watch_(node_watch), answer_watch_(answer_watch) {}
+  CalcPluginNodes(RoundContext& round, NodeWatch& node_watch)
+      : round_(round), node_watch_(node_watch) {}
   ~CalcPluginNodes() override { Clear(); }
   CalcPluginNodes(const CalcPluginNodes&) = delete;
   CalcPluginNodes& operator=(const CalcPluginNodes&) = delete;
@@ -84,7 +83,6 @@ class CalcPluginNodes : public ComputingNodes {
  private:
   RoundContext& round_;
   NodeWatch& node_watch_;
-  AnswerWatch& answer_watch_;
   std::map<std::string, std::unique_ptr<kiv::KivNode>> nodes_;
   std::map<std::string, std::string> configs_;  // node -> its configuration, minified
   bool placements_watched_ = false;

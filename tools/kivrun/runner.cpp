@@ -39,7 +39,7 @@ class Run {
         camera_watch_(round_),
         steps_(round_, node_watch_, camera_watch_, scenario.path),
         answer_watch_(round_),
-        calc_nodes_(round_, node_watch_, answer_watch_) {
+        calc_nodes_(round_, node_watch_) {
     calc_nodes_.SetCameraModel(scenario.camera_model);
     calc_nodes_.SetChessboard(scenario.chessboard);
   }
