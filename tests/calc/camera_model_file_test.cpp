@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <cmath>
 #include <cstring>
 #include <fstream>
 #include <string>
@@ -132,6 +133,24 @@ TEST(CameraModelFileTest, ARosCameraInfoFileReads) {
   ASSERT_TRUE(calc::ParseCameraModel(crlf, "crlf.yaml", &model, &error)) << error;
   EXPECT_EQ(model.intrinsics.cy, 242.125);
   EXPECT_EQ(model.distortion.k3, -0.021);
+}
+
+// A file may write a zero coefficient as "-0.000": the model holds plain
+// zero, and so reads the same once written again.
+TEST(CameraModelFileTest, MinusZeroReadsAsZeroAndSurvivesAWrite) {
+  const std::string text =
+      CameraInfoWith("data: [-0.301, 0.0975, 0.0011, -0.0007, -0.021]",
+                     "data: [-0.301, 0.0975, 0.0011, -0.000, 0]");
+  CameraModel model;
+  std::string error;
+  ASSERT_TRUE(calc::ParseCameraModel(text, "zero.yaml", &model, &error)) << error;
+  EXPECT_EQ(model.distortion.p2, 0.0);
+  EXPECT_FALSE(std::signbit(model.distortion.p2));
+  CameraModel again;
+  ASSERT_TRUE(calc::ParseCameraModel(calc::FormatCameraModel(model), "again", &again, &error))
+      << error;
+  ExpectSame(again, model);
+  EXPECT_FALSE(std::signbit(again.distortion.p2));
 }
 
 TEST(CameraModelFileTest, AFileIsWrittenAndReadThroughTheFileSystem) {

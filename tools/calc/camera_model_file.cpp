@@ -34,7 +34,10 @@ double Number(const cv::FileNode& node, const std::string& what) {
   if (!node.isInt() && !node.isReal()) Refuse(what + " is not a number");
   const double value = node.isInt() ? static_cast<double>(static_cast<int>(node)) : node.real();
   if (!std::isfinite(value)) Refuse(what + " is not a finite number");
-  return value;
+  // A file may hold "-0.000"; minus zero does not survive OpenCV's writing
+  // and reading again, so the model holds plain zero and a model written
+  // reads back with the same bits.
+  return value == 0 ? 0.0 : value;
 }
 
 cv::FileNode Member(const cv::FileNode& map, const std::string& key, bool required) {
