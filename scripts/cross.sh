@@ -183,7 +183,9 @@ fi
 jobs=$(nproc 2>/dev/null || echo 2)
 build="build-$arch"
 echo "== $arch build ($build)"
-cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+# Line tables only (-g1), as in scripts/test.sh: the same code, a quicker
+# build. The shipped packages (scripts/package.sh) keep full debug information.
+cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O2 -g1 -DNDEBUG" \
   -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/toolchains/$triple.cmake" -DCMAKE_SYSROOT="$sysroot" >/dev/null ||
   fail 4 "configuring the $arch build failed"
 cmake --build "$build" -j"$jobs" || fail 4 "the $arch build failed"

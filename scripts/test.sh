@@ -15,7 +15,11 @@ lasercali_install_deps
 jobs=$(nproc 2>/dev/null || echo 2)
 
 echo "== normal build"
-cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+# Optimised as shipped; the debug information is line tables only (-g1):
+# the code is the same, a failure still names file and line, and the build
+# takes a third less time than with full debug information.
+cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O2 -g1 -DNDEBUG" >/dev/null
 cmake --build build -j"$jobs"
 (cd build && ctest -j"$jobs" --output-on-failure)
 
