@@ -4,9 +4,9 @@
 //
 // Random pictures come from one run seed, printed at the start; to replay a
 // run, set LASERCALI_STRIPECUT_SEED to it. LASERCALI_STRIPECUT_PICTURES sets
-// how many pictures (default 10000, as ctest runs it on every target; 2500
-// when LASERCALI_EMULATED is set, as ctest runs it in the sanitizer build and
-// for a quicker run by hand under an emulator).
+// how many pictures (default 10000, as ctest runs it on every target; 1000
+// in the sanitizer build; 2500 when LASERCALI_EMULATED is set, for a quicker
+// run by hand under an emulator).
 #include <gtest/gtest.h>
 
 #include <chrono>
