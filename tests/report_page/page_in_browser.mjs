@@ -9,7 +9,7 @@
 //
 // usage: node page_in_browser.mjs --page FILE --modules DIR --screenshot PNG
 //          [--plots a,b,...] [--pictures N] [--marks N] [--text STRING]
-//          [--unreadable N] [--camera-grid yes] [--browser PATH]
+//          [--unreadable N] [--browser PATH]
 // --modules is the folder whose node_modules holds puppeteer-core; --text a
 // string the page must show as text (and --unreadable the number of
 // pictures it must name as not shown). Exit codes: 0 the page is as
@@ -66,23 +66,7 @@ try {
   process.exit(1);
 }
 
-let pageFile = path.resolve(args.page);
-// --camera-grid yes: the page as it will be when a round recovers a camera
-// (a copy beside it whose data block holds a made-up recovered camera and
-// grid), so that the plot waiting for that data is drawn and checked too.
-if (args["camera-grid"] === "yes") {
-  const html = fs.readFileSync(pageFile, "utf8");
-  const line = (shift) => [[0, 160, 320, 480, 640], [240 + shift, 240 + shift, 240 + shift, 240 + shift, 240 + shift]];
-  const grid = { truth: [line(-120), line(0), line(120)], recovered: [line(-118), line(1), line(121)] };
-  const withGrid = html.replace('"recovered":null,"grid":null',
-    '"recovered":{"fx":451},"grid":' + JSON.stringify(grid));
-  if (withGrid === html) {
-    console.error("page_in_browser: the page's data block has no camera to replace");
-    process.exit(1);
-  }
-  pageFile = pageFile.replace(/\.html$/, "-camera-grid.html");
-  fs.writeFileSync(pageFile, withGrid);
-}
+const pageFile = path.resolve(args.page);
 const pageUrl = pathToFileURL(pageFile).href;
 const folderUrl = pathToFileURL(path.dirname(pageFile)).href + "/";
 const findings = [];

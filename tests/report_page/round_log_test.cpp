@@ -116,6 +116,94 @@ TEST(RoundFigures, EachFigureBesideTheTruthWithItsRule) {
   EXPECT_EQ(figures[2].verdict, "fail");
 }
 
+TEST(RoundFigures, EachFigureWithTheUncertaintyItsNodeReported) {
+  std::string with_sigma = kRound;
+  with_sigma.replace(
+      with_sigma.find("\"rms_um\":8.2}"), 13,
+      "\"rms_um\":8.2,\"sigma\":{\"yaw\":0.04418,\"roll\":0.02994,\"offset_mm\":0.0329}}");
+  const std::vector<reportpage::Figure> figures = reportpage::RoundFigures(
+      Read(with_sigma, 0, {Picture("/tmp/left/560.bmp", "00000000000000aa")}));
+  ASSERT_GE(figures.size(), 2u);
+  EXPECT_EQ(figures[0].uncertainty, "±0.0442° yaw, ±0.0299° roll");
+  EXPECT_EQ(figures[1].uncertainty, "±0.0329 mm");
+  // Without a reported sigma there is none to show.
+  const std::vector<reportpage::Figure> plain =
+      reportpage::RoundFigures(Read(kRound, 0, {Picture("/tmp/left/560.bmp", "00000000000000aa")}));
+  EXPECT_EQ(plain[0].uncertainty, "");
+}
+
+// The round's own answers of the check node and of the camera parameter
+// node, after the plane node's.
+std::string WithAnswers(const std::string& answers) {
+  std::string text = kRound;
+  text.insert(text.find("{\"t\":70"), answers);
+  return text;
+}
+
+TEST(RoundFigures, TheCheckIsJudgedByTheNodesOwnAnswer) {
+  const std::string check =
+      R"({"t":65,"event":"answer","node":"check","action":"answer","fields":{"kind":4,"check_result":RESULT},)"
+      R"("residuals":{"left":{"rms_px":0.311,"worst_px":3.394,"points":3709,"bias_px":0.05},)"
+      R"("right":{"rms_px":0.3134,"worst_px":2.4893,"points":3664,"bias_px":0.0265}}})"
+      "\n";
+  std::string passed = check;
+  passed.replace(passed.find("RESULT"), 6, "1");
+  std::vector<reportpage::Figure> figures = reportpage::RoundFigures(
+      Read(WithAnswers(passed), 0, {Picture("/tmp/left/560.bmp", "00000000000000aa")}));
+  ASSERT_EQ(figures.size(), 5u);
+  EXPECT_EQ(figures[3].group, "plane check");
+  EXPECT_EQ(figures[3].computed, "0.3110 px RMS, 3.3940 px at worst, bias 0.0500 px");
+  // Residuals the former fixed limits (0.2 px RMS, 1.0 px worst) rejected
+  // pass where the node passed them.
+  EXPECT_EQ(figures[3].verdict, "pass");
+  EXPECT_EQ(figures[4].verdict, "pass");
+  std::string failed = check;
+  failed.replace(failed.find("RESULT"), 6, "11");
+  figures = reportpage::RoundFigures(
+      Read(WithAnswers(failed), 0, {Picture("/tmp/left/560.bmp", "00000000000000aa")}));
+  ASSERT_EQ(figures.size(), 5u);
+  EXPECT_EQ(figures[3].verdict, "fail: code 11");
+}
+
+TEST(RoundFigures, TheMeasuredCameraBesideTheTruthWithItsSigma) {
+  const std::string camera =
+      R"({"t":65,"event":"answer","node":"ieparam","action":"answer","fields":{"ieparam3":1},)"
+      R"("camera":{"fx":520.1,"fy":519.97,"cx":322.95,"cy":235.89,"k1":-0.2999,"height_cm":5.003,)"
+      R"("pitch_deg":9.902,"rms_px":0.067,"views":15},)"
+      R"("sigma":{"fx":0.19,"fy":0.19,"cx":0.29,"cy":0.24,"k1":0.0011,"height_cm":0.003,"pitch_deg":0.028},)"
+      R"("truth":{"fx":520.0,"fy":520.0,"cx":322.5,"cy":236.8,"k1":-0.3,"height_cm":5.0,"pitch_deg":10.0},)"
+      R"("errors":{"fx":0.1,"fy":-0.03,"cx":0.45,"cy":-0.91,"k1":0.0001,"height_cm":0.003,"pitch_deg":-0.098}})"
+      "\n";
+  const std::vector<reportpage::Figure> figures = reportpage::RoundFigures(
+      Read(WithAnswers(camera), 0, {Picture("/tmp/left/560.bmp", "00000000000000aa")}));
+  ASSERT_EQ(figures.size(), 3u + 7u);
+  const reportpage::Figure& cy = figures[6];
+  EXPECT_EQ(cy.group, "camera");
+  EXPECT_EQ(cy.what, "principal point cy");
+  EXPECT_EQ(cy.computed, "235.89 px");
+  EXPECT_EQ(cy.truth, "236.80 px");
+  EXPECT_EQ(cy.uncertainty, "±0.240 px");
+  EXPECT_EQ(cy.error, "-0.910 px (3.8 σ)");
+  EXPECT_EQ(cy.scatter, "reprojection RMS 0.067 px over 15 views");
+  EXPECT_FALSE(cy.share_of_goal.has_value()) << "no accuracy goal for the camera";
+  EXPECT_EQ(figures[9].what, "pitch");
+  EXPECT_EQ(figures[9].uncertainty, "±0.0280°");
+}
+
+TEST(RoundFigures, ACameraThatWasNotMeasuredIsOneRowWithItsCode) {
+  const std::string failed =
+      R"({"t":65,"event":"answer","node":"ieparam","action":"fail","fields":{"ieparam3":15},)"
+      R"("code":15,"reason":"too few views: 5 show the board, the calibration needs at least 6"})"
+      "\n";
+  const std::vector<reportpage::Figure> figures = reportpage::RoundFigures(
+      Read(WithAnswers(failed), 0, {Picture("/tmp/left/560.bmp", "00000000000000aa")}));
+  ASSERT_EQ(figures.size(), 4u);
+  EXPECT_EQ(figures[3].group, "camera");
+  EXPECT_EQ(figures[3].computed,
+            "failed: code 15: too few views: 5 show the board, the calibration needs at least 6");
+  EXPECT_EQ(figures[3].verdict, "fail");
+}
+
 TEST(RoundFigures, ErrorsBeyondTheGoalFail) {
   std::string far = kRound;
   far.replace(far.find("\"offset_mm\":-0.0066"), 19, "\"offset_mm\":-0.6000");

@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <vector>
 
+#include "tools/calc/picture_files.h"
+#include "tools/report_page/camera_grid.h"
 #include "tools/report_page/page_pictures.h"
 #include "tools/report_page/plane_points.h"
 #include "tools/report_page/round_figures.h"
@@ -91,6 +93,7 @@ void WriteFigures(Writer& w, const std::vector<Figure>& figures) {
     Field(w, "truth", f.truth);
     Field(w, "error", f.error);
     Field(w, "scatter", f.scatter);
+    Field(w, "uncertainty", f.uncertainty);
     Field(w, "rule", f.rule);
     Field(w, "verdict", f.verdict);
     Key(w, "share_of_goal");
@@ -141,6 +144,43 @@ void WriteLasers(Writer& w, const std::vector<LaserPoints>& lasers) {
   });
 }
 
+void WriteLines(Writer& w, const char* key, const std::vector<GridLine>& lines) {
+  List(w, key, lines, [&](const GridLine& line) {
+    w.StartArray();
+    w.StartArray();
+    for (double c : line.columns) w.Double(c);
+    w.EndArray();
+    w.StartArray();
+    for (double r : line.rows) w.Double(r);
+    w.EndArray();
+    w.EndArray();
+  });
+}
+
+// The camera the camera parameter node measured, as the event log has it,
+// and its grid against the simulator's camera; null members when the round
+// measured none.
+void WriteRecoveredCamera(Writer& w, const rapidjson::Value& answer) {
+  const auto recovered = LensOf(Member(answer, "camera"));
+  const auto truth = LensOf(Member(answer, "truth"));
+  Key(w, "recovered");
+  if (!recovered || !truth) {
+    w.Null();
+    Key(w, "grid");
+    w.Null();
+    return;
+  }
+  Member(answer, "camera").Accept(w);
+  Key(w, "grid");
+  const CameraGrid grid = GridOf(*truth, *recovered, calc::kPictureWidth, calc::kPictureHeight);
+  w.StartObject();
+  WriteLines(w, "truth", grid.truth);
+  WriteLines(w, "recovered", grid.recovered);
+  Key(w, "largest_difference_px");
+  w.Double(grid.largest_difference_px);
+  w.EndObject();
+}
+
 void WriteCamera(Writer& w, const RoundLog& log) {
   Key(w, "camera");
   if (log.state != RoundLog::State::kRead) {
@@ -159,10 +199,7 @@ void WriteCamera(Writer& w, const RoundLog& log) {
     w.Double(value);
   }
   w.EndObject();
-  Key(w, "recovered");
-  w.Null();
-  Key(w, "grid");
-  w.Null();
+  WriteRecoveredCamera(w, Member(log.answers, "ieparam"));
   Key(w, "ieparam");
   const auto ieparam = log.answers.FindMember("ieparam");
   if (ieparam != log.answers.MemberEnd()) {

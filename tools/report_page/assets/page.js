@@ -135,14 +135,15 @@
           ? "No calculation node computed a figure in this round (a node that answers with the scenario's numbers computes none)."
           : "Without the round's event log the computed figures are not known here (see report.md)."));
     }
-    const rows = data.figures.map((f) => [f.group + ": " + f.what, f.computed, f.truth || "—",
-      f.error || "—", f.scatter || "—", f.rule, badge(f.verdict)]);
+    const rows = data.figures.map((f) => [f.group + ": " + f.what, f.computed, f.uncertainty || "—",
+      f.truth || "—", f.error || "—", f.scatter || "—", f.rule, badge(f.verdict)]);
     const shared = data.figures.filter((f) => f.share_of_goal !== null);
     const labels = shared.map((f) => f.group.replace(" laser plane", "") + " " + f.what.split(" ")[0]);
     return section("figures", "Figures beside the truth",
-      el("p", { class: "note" }, "The truth is the camera simulator's. The scatter is what the node measured of its own points. " +
+      el("p", { class: "note" }, "The truth is the camera simulator's. The 1σ is the uncertainty the node reported of its own figure; " +
+        "the scatter is what it measured of its own points. " +
         "The plane check and the lasers' agreement are the round's own rules; the accuracy goals are those the calibration is held to (docs/calibration-accuracy.md)."),
-      table(["figure", "computed", "truth", "error", "scatter", "rule", ""], rows),
+      table(["figure", "computed", "1σ", "truth", "error", "scatter", "rule", ""], rows),
       shared.length ? el("div", { class: "plots" }, plotBox("errors", "Each error as a share of its goal",
         "100 % is the goal; the bars are |error| / goal.", () => [{
           height: 220,
@@ -266,6 +267,10 @@
       "fx " + u.fx + ", fy " + u.fy + ", cx " + u.cx + ", cy " + u.cy + " px; " + u.height + " cm above the floor, pitched " +
       u.pitch + "° down; wall " + u.wall_height + " cm high."));
     if (cam.recovered && cam.grid) {
+      const r = cam.recovered;
+      parts.push(el("p", { id: "recovered-camera" }, "The camera measured from the chessboard views: fx " + r.fx + ", fy " + r.fy +
+        ", cx " + r.cx + ", cy " + r.cy + " px, k1 " + r.k1 + "; its grid lies at most " +
+        cam.grid.largest_difference_px.toFixed(2) + " px from the truth's anywhere in the picture (each figure with its 1σ under Figures)."));
       parts.push(el("div", { class: "plots" }, plotBox("camera-grid", "Recovered camera against the truth",
         "a grid of the picture as each camera maps it: grey the truth, red the recovered camera", () => cameraGrid(cam.grid))));
     } else {
