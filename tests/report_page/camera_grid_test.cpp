@@ -59,4 +59,12 @@ TEST(CameraGrid, LensOfNeedsFiveNumbersAndFocalLengthsAboveZero) {
   }
 }
 
+TEST(CameraGrid, ACameraThatMapsNowhereGivesNoGrid) {
+  LensFigures wild = kTruth;
+  wild.fx = 1e-300;  // the picture's edge lies at an infinite angle
+  const reportpage::CameraGrid grid = reportpage::GridOf(wild, kTruth, 640, 480);
+  EXPECT_FALSE(grid.finite);
+  EXPECT_TRUE(reportpage::GridOf(kTruth, kTruth, 640, 480).finite);
+}
+
 }  // namespace

@@ -28,6 +28,7 @@ std::optional<LensFigures> LensOf(const rapidjson::Value& figures) {
     const auto it = figures.FindMember(name);
     if (it == figures.MemberEnd() || !it->value.IsNumber()) return std::nullopt;
     *value = it->value.GetDouble();
+    if (!std::isfinite(*value)) return std::nullopt;
   }
   if (!(lens.fx > 0) || !(lens.fy > 0)) return std::nullopt;
   return lens;
@@ -50,8 +51,9 @@ CameraGrid GridOf(const LensFigures& truth, const LensFigures& recovered, int wi
       t.rows.push_back(p.row);
       r.columns.push_back(q.column);
       r.rows.push_back(q.row);
-      grid.largest_difference_px =
-          std::max(grid.largest_difference_px, std::hypot(p.column - q.column, p.row - q.row));
+      const double apart = std::hypot(p.column - q.column, p.row - q.row);
+      if (!std::isfinite(apart)) grid.finite = false;
+      grid.largest_difference_px = std::max(grid.largest_difference_px, apart);
     }
     grid.truth.push_back(std::move(t));
     grid.recovered.push_back(std::move(r));

@@ -25,7 +25,7 @@ struct LensFigures {
 };
 
 // fx, fy, cx, cy and k1 of a JSON object; nullopt unless all five are
-// numbers and both focal lengths are above 0.
+// finite numbers and both focal lengths are above 0.
 std::optional<LensFigures> LensOf(const rapidjson::Value& figures);
 
 struct GridLine {
@@ -37,6 +37,9 @@ struct CameraGrid {
   std::vector<GridLine> truth;
   std::vector<GridLine> recovered;
   double largest_difference_px = 0;
+  // False when a camera maps a point of the grid to no finite place (a
+  // damaged log's figures): then the grid is not to be drawn.
+  bool finite = true;
 };
 
 CameraGrid GridOf(const LensFigures& truth, const LensFigures& recovered, int width, int height,

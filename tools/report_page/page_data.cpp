@@ -163,8 +163,12 @@ void WriteLines(Writer& w, const char* key, const std::vector<GridLine>& lines) 
 void WriteRecoveredCamera(Writer& w, const rapidjson::Value& answer) {
   const auto recovered = LensOf(Member(answer, "camera"));
   const auto truth = LensOf(Member(answer, "truth"));
+  CameraGrid grid;
+  if (recovered && truth) {
+    grid = GridOf(*truth, *recovered, calc::kPictureWidth, calc::kPictureHeight);
+  }
   Key(w, "recovered");
-  if (!recovered || !truth) {
+  if (!recovered || !truth || !grid.finite) {
     w.Null();
     Key(w, "grid");
     w.Null();
@@ -172,7 +176,6 @@ void WriteRecoveredCamera(Writer& w, const rapidjson::Value& answer) {
   }
   Member(answer, "camera").Accept(w);
   Key(w, "grid");
-  const CameraGrid grid = GridOf(*truth, *recovered, calc::kPictureWidth, calc::kPictureHeight);
   w.StartObject();
   WriteLines(w, "truth", grid.truth);
   WriteLines(w, "recovered", grid.recovered);
