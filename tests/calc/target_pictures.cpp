@@ -85,6 +85,15 @@ void Jitter(Draw& draw, sim::LaserModel* laser) {
   laser->z += draw.Signed();
 }
 
+// A laser's pose as the simulator's JSON settings.
+std::string LaserJson(const sim::LaserModel& l) {
+  char text[200];
+  std::snprintf(text, sizeof text,
+                R"({"x": %.17g, "y": %.17g, "z": %.17g, "yaw": %.17g, "roll": %.17g})", l.x, l.y,
+                l.z, l.yaw, l.roll);
+  return text;
+}
+
 }  // namespace
 
 Pose RandomPose(uint64_t seed) {
@@ -102,6 +111,36 @@ Pose RandomPose(uint64_t seed) {
   return pose;
 }
 
+Robot RandomRobot(uint64_t seed, const sim::CameraModel& preset) {
+  Draw draw(seed * 0x9E3779B97F4A7C15ull + 7);
+  const sim::Scene defaults;
+  Robot robot;
+  robot.camera = preset;
+  robot.camera.fx *= 1 + 0.03 * draw.Signed();
+  robot.camera.fy = robot.camera.fx * (1 + 0.005 * draw.Signed());
+  robot.camera.cx += 8 * draw.Signed();
+  robot.camera.cy += 6 * draw.Signed();
+  robot.camera.k1 += 0.05 * draw.Signed();
+  robot.camera.k2 += 0.02 * draw.Signed();
+  robot.left = defaults.left;
+  robot.right = defaults.right;
+  Jitter(draw, &robot.left);
+  Jitter(draw, &robot.right);
+  robot.seed = draw.Next() >> 1;
+  return robot;
+}
+
+std::string RobotJson(const Robot& robot) {
+  const sim::CameraModel& c = robot.camera;
+  char camera[300];
+  std::snprintf(camera, sizeof camera,
+                R"({"fx": %.17g, "fy": %.17g, "cx": %.17g, "cy": %.17g, "k1": %.17g, "k2": %.17g})",
+                c.fx, c.fy, c.cx, c.cy, c.k1, c.k2);
+  return R"({"camera": )" + std::string(camera) + R"(, "left_laser": )" + LaserJson(robot.left) +
+         R"(, "right_laser": )" + LaserJson(robot.right) + R"(, "background": {"seed": )" +
+         std::to_string(robot.seed) + "}}";
+}
+
 void ApplyPose(const Pose& pose) {
   sim::Scene scene = sim::GetScene();
   scene.left = pose.left;
@@ -113,19 +152,12 @@ void ApplyPose(const Pose& pose) {
 }
 
 std::string PoseJson(const Pose& pose) {
-  auto laser = [](const sim::LaserModel& l) {
-    char text[200];
-    std::snprintf(text, sizeof text,
-                  R"({"x": %.17g, "y": %.17g, "z": %.17g, "yaw": %.17g, "roll": %.17g})", l.x, l.y,
-                  l.z, l.yaw, l.roll);
-    return std::string(text);
-  };
   char background[160];
   std::snprintf(background, sizeof background,
                 R"({"noise": %.17g, "ambient": %.17g, "seed": %llu})", pose.noise, pose.ambient,
                 static_cast<unsigned long long>(pose.seed));
-  return R"({"left_laser": )" + laser(pose.left) + R"(, "right_laser": )" + laser(pose.right) +
-         R"(, "background": )" + background + "}";
+  return R"({"left_laser": )" + LaserJson(pose.left) + R"(, "right_laser": )" +
+         LaserJson(pose.right) + R"(, "background": )" + background + "}";
 }
 
 }  // namespace calctest

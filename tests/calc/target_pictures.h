@@ -62,6 +62,22 @@ void ApplyPose(const Pose& pose);
 // The pose as the "scene" member of the simulator's JSON settings.
 std::string PoseJson(const Pose& pose);
 
+// A robot of the whole chain's accuracy run: the camera of a preset with
+// its intrinsics and distortion varied (fx within +-3 %, fy within +-0.5 %
+// of fx, cx within +-8 and cy within +-6 pixels, k1 within +-0.05 and k2
+// within +-0.02 of the preset's), the lasers posed as RandomPose poses
+// them, and the pictures' seed. Drawn from the seed with the same
+// arithmetic as RandomPose, so every target draws the same robots.
+struct Robot {
+  sunxi_cam::sim::CameraModel camera;
+  sunxi_cam::sim::LaserModel left, right;
+  uint64_t seed = 1;
+};
+Robot RandomRobot(uint64_t seed, const sunxi_cam::sim::CameraModel& preset);
+// The robot as the "scene" member of a camera step given beside its
+// preset: the camera's varied values, the lasers and the seed.
+std::string RobotJson(const Robot& robot);
+
 }  // namespace calctest
 
 #endif  // LASERCALI_TESTS_CALC_TARGET_PICTURES_H_
