@@ -17,8 +17,8 @@
 // over the robots, the goal, how often the reported 1-sigma covers the
 // error, and the mean reported 1-sigma against the spread measured; then
 // how often the check passed the recovered planes. Then, for the check's
-// pass rule, the same robot's factory pictures rendered in process and
-// checked through the camera its round measured against each true plane (a failure is a
+// pass rule, the factory pictures the robot's round stored, checked in
+// process through the camera the round measured against each true plane (a failure is a
 // false reject) and against planes off by 0.1 degrees of yaw or roll or
 // 0.2 mm of offset, either way (a pass is a false accept).
 //
@@ -50,6 +50,7 @@
 #include "tools/calc/camera_model.h"
 #include "tools/calc/camera_model_file.h"
 #include "tools/calc/laser_calibration.h"
+#include "tools/calc/picture_files.h"
 #include "tools/calc/plane_fit.h"
 #include "tools/kivrun/calc_plugin_nodes.h"
 
@@ -151,6 +152,8 @@ struct Round {
   // The figures, in the order of kFigureNames: error and reported sigma.
   std::vector<double> errors, sigmas;
   int check_result = 0;
+  double check_bias = 0;       // the larger of the lasers' biases, px
+  std::string camera_problem;  // the camera parameter node's last failure
 };
 
 // The figures read from the log, in this order.
@@ -180,10 +183,21 @@ Round Play(const std::string& kivrun, const std::string& kivrun_tmp, const std::
     e.Parse(line.c_str());
     if (e.HasParseError() || !e.HasMember("node")) continue;
     const std::string node = e["node"].GetString();
+    if (node == "ieparam" && e.HasMember("code") && e["code"].IsInt()) {
+      round.camera_problem = "camera parameter node: code " + std::to_string(e["code"].GetInt());
+      if (e.HasMember("reason") && e["reason"].IsString()) {
+        round.camera_problem += std::string(": ") + e["reason"].GetString();
+      }
+    }
     if (node == "ieparam" && e.HasMember("camera")) camera.Swap(e);
     if (node == "plane") plane.Swap(e);
     if (node == "distance") distance.Swap(e);
-    if (node == "check") round.check_result = e["fields"]["check_result"].GetInt();
+    if (node == "check") {
+      round.check_result = e["fields"]["check_result"].GetInt();
+      for (const char* side : {"left", "right"}) {
+        round.check_bias = std::max(round.check_bias, Get(e["residuals"], side, "bias_px"));
+      }
+    }
   }
   if (!camera.IsObject() || !plane.IsObject() || !plane.HasMember("lasers") ||
       !distance.IsObject() || !distance.HasMember("errors")) {
@@ -236,12 +250,7 @@ std::vector<Figure> NewFigures() {
           {"distance check", "mm", 0.5, {}, {}}};
 }
 
-// The check's verdicts on one robot's factory pictures, rendered in
-// process, through the camera the robot's round measured (the model file
-// its camera parameter node wrote): with each laser's true plane, and with
-// the plane off by 0.1 degrees of yaw, 0.1 degrees of roll or 0.2 mm of
-// offset, either way. Throws std::invalid_argument when the simulator
-// refuses the robot or the model file cannot be read.
+// The check's verdicts on one robot (CheckRobot).
 struct CheckVerdicts {
   int true_failed = 0;    // of 2
   int off_passed = 0;     // of 12
@@ -249,8 +258,57 @@ struct CheckVerdicts {
   double off_bias = 1e9;  // the smallest with a plane off, px
 };
 
+// The factory pictures a round's node stored (kivrun --pictures-out):
+// DIR/left/<n>.bmp and DIR/right/<n>.bmp, as the plane and check nodes
+// read them. `laser` 1 is the left one, 8 the right one.
+struct RoundPictures {
+  std::vector<cv::Mat> mats;
+  std::vector<calc::StripePicture> of[2];
+};
+
+RoundPictures ReadRoundPictures(const fs::path& dir, double wall_height) {
+  RoundPictures r;
+  std::vector<std::pair<std::string, int>> files[2];
+  for (int side = 0; side < 2; ++side) {
+    const fs::path folder = dir / (side == 0 ? "left" : "right");
+    if (!fs::is_directory(folder)) continue;
+    for (const auto& entry : fs::directory_iterator(folder)) {
+      bool left = false;
+      int distance = 0;
+      if (calc::StripePictureOf(entry.path().string(), &left, &distance)) {
+        files[side].emplace_back(entry.path().string(), distance);
+      }
+    }
+    std::sort(files[side].begin(), files[side].end(),
+              [](const auto& a, const auto& b) { return a.second < b.second; });
+  }
+  r.mats.reserve(files[0].size() + files[1].size());
+  for (int side = 0; side < 2; ++side) {
+    for (const auto& [path, distance] : files[side]) {
+      cv::Mat picture;
+      const std::string problem = calc::PictureProblem(path);
+      if (!problem.empty() || !calc::ReadPicture(path, &picture).empty()) {
+        throw std::invalid_argument(path + ": " + (problem.empty() ? "cannot be read" : problem));
+      }
+      r.mats.push_back(picture);
+      calc::StripePicture p;
+      p.name = path;
+      p.picture = {r.mats.back().data, picture.cols, picture.rows, static_cast<int>(picture.step)};
+      p.target = {static_cast<double>(distance), wall_height};
+      r.of[side].push_back(p);
+    }
+  }
+  return r;
+}
+
+// The check's verdicts on the factory pictures a robot's round stored,
+// through the camera the round measured (the model file its camera
+// parameter node wrote): with each laser's true plane, and with the plane
+// off by 0.1 degrees of yaw, 0.1 degrees of roll or 0.2 mm of offset,
+// either way. Throws std::invalid_argument when the simulator refuses the
+// robot, or the model file or a picture cannot be read.
 CheckVerdicts CheckRobot(const std::string& preset, const calctest::Robot& robot,
-                         const fs::path& camera_file) {
+                         const fs::path& pictures_dir, const fs::path& camera_file) {
   calc::CameraModel model;
   std::string error;
   if (!calc::ReadCameraModelFile(camera_file.string(), &model, &error)) {
@@ -261,13 +319,15 @@ CheckVerdicts CheckRobot(const std::string& preset, const calctest::Robot& robot
       ("{\"preset\": \"" + preset + "\", \"scene\": " + calctest::RobotJson(robot) + "}").c_str());
   sim::Reset();
   sim::Configure(settings);
-  const calctest::TargetPictures pictures(calctest::FactoryDistances());
   const sim::SceneTruth truth = sim::Truth();
+  sim::Reset();
+  const RoundPictures pictures = ReadRoundPictures(pictures_dir, truth.wall_height);
   const calc::CameraGeometry g(model);
   CheckVerdicts v;
-  for (int laser : {1, 8}) {
-    const calc::Plane plane = calctest::PlaneOf(laser == 1 ? truth.left : truth.right);
-    const calc::Residuals r = calc::CheckPlane(g, plane, pictures.Of(laser));
+  for (int side = 0; side < 2; ++side) {
+    if (pictures.of[side].empty()) throw std::invalid_argument("the round stored no pictures");
+    const calc::Plane plane = calctest::PlaneOf(side == 0 ? truth.left : truth.right);
+    const calc::Residuals r = calc::CheckPlane(g, plane, pictures.of[side]);
     v.true_failed += !calc::PassesCheck(r);
     v.true_bias = std::max(v.true_bias, r.bias);
     const double offs[3][3] = {{0.1, 0, 0}, {0, 0.1, 0}, {0, 0, 0.02}};  // degrees, degrees, cm
@@ -278,13 +338,12 @@ CheckVerdicts CheckRobot(const std::string& preset, const calctest::Robot& robot
         angles.roll += sign * off[1];
         angles.offset += sign * off[2];
         const calc::Residuals o =
-            calc::CheckPlane(g, calc::PlaneFromAngles(angles), pictures.Of(laser));
+            calc::CheckPlane(g, calc::PlaneFromAngles(angles), pictures.of[side]);
         v.off_passed += calc::PassesCheck(o);
         if (o.code == calc::kSuccess) v.off_bias = std::min(v.off_bias, o.bias);
       }
     }
   }
-  sim::Reset();
   return v;
 }
 
@@ -383,7 +442,8 @@ int main(int argc, char** argv) {
   std::vector<Figure> figures = NewFigures();
   std::vector<double> seconds;
   int failed = 0, checks_passed = 0, true_failed = 0, off_passed = 0;
-  Figure true_bias{"", "px", 0, {}, {}}, off_bias{"", "px", 0, {}, {}};
+  Figure true_bias{"", "px", 0, {}, {}}, off_bias{"", "px", 0, {}, {}},
+      recovered_bias{"", "px", 0, {}, {}};
   std::printf(
       "chain accuracy: %d random robots under '%s' from robot %lld, each a whole chain "
       "round through %s\n",
@@ -401,13 +461,16 @@ int main(int argc, char** argv) {
     const Round round = Play(kivrun, kivrun_tmp, text, dir);
     seconds.push_back(round.seconds);
     checks_passed += round.check_result == 1;
+    recovered_bias.errors.push_back(round.check_bias);
     CheckVerdicts check;
     try {
       // The node's /tmp is the round's: --pictures-out copied it.
       const fs::path model = fs::path(kivrun::kCameraModelFile).lexically_relative("/tmp");
-      check = CheckRobot(preset, robot, dir / "pictures" / model);
+      check = CheckRobot(preset, robot, dir / "pictures", dir / "pictures" / model);
     } catch (const std::invalid_argument& e) {
-      std::printf("robot %lld: %s\n", number, e.what());
+      std::printf("robot %lld: %s%s%s\n", number, e.what(),
+                  round.camera_problem.empty() ? "" : ("; " + round.camera_problem).c_str(),
+                  round.problem.empty() ? "" : ("; " + round.problem).c_str());
       ++failed;
       continue;
     }
@@ -428,10 +491,12 @@ int main(int argc, char** argv) {
     if (verbose) {
       std::printf(
           "robot %lld: fx %+.3f %%, cx %+.2f, cy %+.2f px, normals %.4f %.4f deg, "
-          "offsets %+.4f %+.4f mm, wall %+.3f mm, check %d%s\n",
+          "offsets %+.4f %+.4f mm, wall %+.3f mm, check %d (bias %.3f px; true planes %.3f px, "
+          "off %.3f px)%s\n",
           number, round.errors[0], round.errors[2], round.errors[3], round.errors[11],
           round.errors[15], round.errors[10], round.errors[14], round.errors[16],
-          round.check_result, round.problem.empty() ? "" : " (the round failed)");
+          round.check_result, round.check_bias, check.true_bias, check.off_bias,
+          round.problem.empty() ? "" : " (the round failed)");
     }
   }
   fs::remove_all(dir);
@@ -452,7 +517,10 @@ int main(int argc, char** argv) {
     if (f.goal > 0 && f.Worst() > f.goal) within = false;
   }
   std::sort(seconds.begin(), seconds.end());
-  std::printf("the check passed the recovered planes on %d of %d robots\n", checks_passed, robots);
+  std::printf(
+      "the check passed the recovered planes on %d of %d robots (their bias at worst %.3f px, "
+      "median %.3f px)\n",
+      checks_passed, robots, recovered_bias.Worst(), recovered_bias.Median());
   std::vector<double> least = off_bias.errors;
   std::sort(least.begin(), least.end());
   std::printf(

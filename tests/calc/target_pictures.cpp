@@ -116,10 +116,10 @@ Robot RandomRobot(uint64_t seed, const sim::CameraModel& preset) {
   const sim::Scene defaults;
   Robot robot;
   robot.camera = preset;
-  robot.camera.fx *= 1 + 0.015 * draw.Signed();
+  robot.camera.fx *= 1 + 0.01 * draw.Signed();
   robot.camera.fy = robot.camera.fx * (1 + 0.005 * draw.Signed());
-  robot.camera.cx += 5 * draw.Signed();
-  robot.camera.cy += 4 * draw.Signed();
+  robot.camera.cx += 4 * draw.Signed();
+  robot.camera.cy += 3 * draw.Signed();
   robot.camera.k1 += 0.03 * draw.Signed();
   robot.camera.k2 += 0.01 * draw.Signed();
   robot.left = defaults.left;

@@ -63,8 +63,8 @@ void ApplyPose(const Pose& pose);
 std::string PoseJson(const Pose& pose);
 
 // A robot of the whole chain's accuracy run: the camera of a preset with
-// its intrinsics and distortion varied (fx within +-1.5 %, fy within
-// +-0.5 % of fx, cx within +-5 and cy within +-4 pixels, k1 within +-0.03
+// its intrinsics and distortion varied (fx within +-1 %, fy within
+// +-0.5 % of fx, cx within +-4 and cy within +-3 pixels, k1 within +-0.03
 // and k2 within +-0.01 of the preset's: every chessboard view of the chain
 // round stays in the picture, and the lens never folds it over), the
 // lasers posed as RandomPose poses them, and the pictures' seed. Drawn from the seed with the same
