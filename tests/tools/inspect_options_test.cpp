@@ -146,6 +146,8 @@ TEST_F(InspectOptionsTest, PlainNumbersAreTakenEitherWay) {
     if (!c.file.empty()) {
       ASSERT_TRUE(inspection.file.has_value());
       EXPECT_EQ(*inspection.file, c.file);
+      EXPECT_NE(stripetool::TextReport(inspection).find("\nfile         " + c.file + "\n"),
+                std::string::npos);
     }
   }
 }

@@ -249,9 +249,8 @@ TEST_F(StripeBatchTest, JsonIsOneObjectPerPictureAsForOnePictureWhateverTheJobs)
       EXPECT_EQ(json["image"].GetString(), "more/" + std::to_string(i - 6) + ".png");
     }
   }
-  // A picture's object is the one the report of that picture alone shows:
-  // a cut one on the left, a refused one on the right.
-  for (const std::size_t i : {0u, 4u}) {
+  // A picture's object is the one the report of that picture alone shows.
+  for (const std::size_t i : {0u, 1u, 3u, 4u}) {
     rapidjson::Document json;
     json.Parse(lines[i].c_str());
     const ProgramRun alone = Inspect(std::string(json["image"].GetString()) + " --json");
@@ -355,8 +354,7 @@ TEST_F(StripeBatchTest, ASheetThatCannotBeWrittenIsReportedAndTheListStillShown)
 
 TEST_F(StripeBatchTest, AListThatCannotBeWrittenIsReported) {
   Session();
-  // The text list, and JSON from several threads (CSV is written the same way).
-  for (const std::string args : {"session", "session --json -j2"}) {
+  for (const std::string args : {"session", "session --csv", "session --json -j2"}) {
     const ProgramRun run = Inspect(args, "/dev/full");
     EXPECT_EQ(run.status, 1) << args;
     EXPECT_EQ(run.err,
