@@ -195,11 +195,7 @@ TEST_F(StripeInspectTest, ColourPictureIsRefusedUnlessGrayIsAsked) {
   cv::merge(planes, 3, colour);
   const std::string path = Picture("colour.png", colour);
 
-  const ToolRun refused = Inspect(path);
-  EXPECT_EQ(refused.status, 1);
-  EXPECT_NE(refused.err.find("640 x 480 with one 8-bit channel"), std::string::npos) << refused.err;
-  EXPECT_NE(refused.err.find("--gray"), std::string::npos) << refused.err;
-
+  // Without --gray it is refused: WrongSizeAndUnreadablePicturesAreNamedWithWhy.
   const ToolRun converted = Inspect(path + " --gray --json");
   ASSERT_EQ(converted.status, 0) << converted.err;
   EXPECT_EQ(Json(converted)["result"].GetInt(), 0);
@@ -214,19 +210,28 @@ TEST_F(StripeInspectTest, WrongSizeAndUnreadablePicturesAreNamedWithWhy) {
   std::ofstream(dir_ / "text.png") << "not a picture";
   // A picture the decoders could read, in another format, is refused unread.
   ASSERT_TRUE(cv::imwrite((dir_ / "good.jpg").string(), cv::Mat(480, 640, CV_8UC1, cv::Scalar(9))));
-  const ToolRun run = Inspect(small + " " + deep + " " + missing + " " +
-                              (dir_ / "text.png").string() + " " + (dir_ / "good.jpg").string());
+  // A colour picture is refused unless --gray is given.
+  const cv::Mat gray = testsupport::BentStripePicture();
+  cv::Mat colour;
+  cv::Mat planes[] = {gray, gray, gray};
+  cv::merge(planes, 3, colour);
+  const std::string coloured = Picture("colour.png", colour);
+  const ToolRun run =
+      Inspect(small + " " + deep + " " + missing + " " + (dir_ / "text.png").string() + " " +
+              (dir_ / "good.jpg").string() + " " + coloured);
   EXPECT_EQ(run.status, 1);
-  EXPECT_EQ(run.err, "stripe-inspect: 5 of 5 pictures could not be read\n");
+  EXPECT_EQ(run.err, "stripe-inspect: 6 of 6 pictures could not be read\n");
   std::istringstream in(run.out);
   std::vector<std::string> lines;
   for (std::string line; std::getline(in, line);) lines.push_back(line);
-  ASSERT_GE(lines.size(), 6u) << run.out;
+  ASSERT_GE(lines.size(), 7u) << run.out;
   EXPECT_NE(lines[1].find("200 x 100"), std::string::npos) << lines[1];
   EXPECT_NE(lines[2].find("16-bit"), std::string::npos) << lines[2];
   EXPECT_NE(lines[3].find("cannot open"), std::string::npos) << lines[3];
   EXPECT_NE(lines[4].find("text.png' is not a BMP or PNG picture"), std::string::npos) << lines[4];
   EXPECT_NE(lines[5].find("good.jpg' is not a BMP or PNG picture"), std::string::npos) << lines[5];
+  EXPECT_NE(lines[6].find("640 x 480 with one 8-bit channel"), std::string::npos) << lines[6];
+  EXPECT_NE(lines[6].find("--gray"), std::string::npos) << lines[6];
 }
 
 TEST_F(StripeInspectTest, ADamagedPictureGivesOneMessageNamingIt) {
