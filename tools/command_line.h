@@ -49,8 +49,11 @@ inline void ReportUsageError(std::ostream& err, const std::string& program,
 }
 
 // Reads argv option by option, in the order given. Operands (arguments that
-// are not options) are collected in order, wherever they stand. One
-// CommandLine per process: getopt_long keeps its state in globals.
+// are not options) are collected in order, wherever they stand. getopt_long
+// keeps its state in globals: the first Next of each CommandLine starts it
+// afresh (optind = 0, which also drops what was left of a half-read cluster
+// of short options), so command lines may be read one after another in one
+// process, each from its start, but not two at once.
 class CommandLine {
  public:
   CommandLine(int argc, char** argv, std::vector<Option> options)

@@ -1,4 +1,7 @@
-// stripe-inspect, run as a program on pictures written for the test.
+// stripe-inspect, run as a program on pictures written for the test: one
+// run for each way the program's parts meet (the report of one picture, its
+// outputs and failures, a list, the command line's refusal, help and
+// version). Reading the command line is inspect_options_test's, in process.
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>
 #include <stdlib.h>
@@ -11,6 +14,7 @@
 #include <opencv2/imgcodecs.hpp>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "lasercali_version.h"
 #include "src/stripecut.h"
@@ -111,12 +115,15 @@ TEST_F(StripeInspectTest, CutPictureIsReportedAndWrittenAsTheNodeWouldStoreIt) {
   EXPECT_FALSE(fs::exists("/tmp/right/3007.bmp"));
 }
 
-TEST_F(StripeInspectTest, TextReportNamesTheOutcome) {
-  const ToolRun run = Inspect(Picture("bent.png", testsupport::BentStripePicture()));
+TEST_F(StripeInspectTest, TextReportNamesTheOutcomeAndTheLaserThePathNames) {
+  fs::create_directories(dir_ / "right");
+  const ToolRun run = Inspect(Picture("right/2000.bmp", testsupport::BentStripePicture()));
   ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.err, "");
   EXPECT_NE(run.out.find("outcome      cut at row "), std::string::npos) << run.out;
   EXPECT_NE(run.out.find("result       0\n"), std::string::npos) << run.out;
-  EXPECT_NE(run.out.find("file         /tmp/left/2000.bmp\n"), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find(" (right laser, mode 8)\n"), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find("file         /tmp/right/2000.bmp\n"), std::string::npos) << run.out;
 }
 
 TEST_F(StripeInspectTest, TwoStripesLeaveTheLaterValuesNullAndWriteNoCutPicture) {
@@ -139,33 +146,46 @@ TEST_F(StripeInspectTest, TwoStripesLeaveTheLaterValuesNullAndWriteNoCutPicture)
   EXPECT_NE(run.err.find("not cut"), std::string::npos) << run.err;
 }
 
-TEST_F(StripeInspectTest, TooFewPointsKnowsOnlyThePointCount) {
-  cv::Mat picture = testsupport::BlankPicture();
-  testsupport::PaintStripe(picture, 479, std::vector<double>(30, 300.0));
-  const ToolRun run = Inspect(Picture("few.bmp", picture) + " --json");
-  ASSERT_EQ(run.status, 0) << run.err;
-  const rapidjson::Document json = Json(run);
-  EXPECT_EQ(json["result"].GetInt(), 2);
-  EXPECT_STREQ(json["outcome"].GetString(), "too_few_points");
-  EXPECT_EQ(json["points"].GetInt(), 30);
-  EXPECT_TRUE(json["num2"].IsNull());
-  EXPECT_TRUE(json["G"].IsNull());
-  EXPECT_TRUE(json["cut_line"].IsNull());
+// The JSON lines of a list, each checked to be an object.
+std::vector<rapidjson::Document> JsonLines(const ToolRun& run) {
+  std::vector<rapidjson::Document> lines;
+  std::istringstream in(run.out);
+  for (std::string line; std::getline(in, line);) {
+    lines.emplace_back();
+    lines.back().Parse(line.c_str());
+    EXPECT_FALSE(lines.back().HasParseError()) << line;
+    EXPECT_TRUE(lines.back().IsObject()) << line;
+  }
+  return lines;
 }
 
-TEST_F(StripeInspectTest, NoCutLineHasCountersButNoCutLine) {
-  cv::Mat picture = testsupport::BlankPicture();
+TEST_F(StripeInspectTest, ARefusedPictureKnowsOnlyWhatTheCutReached) {
+  // Too few points: only the point count.
+  cv::Mat few = testsupport::BlankPicture();
+  testsupport::PaintStripe(few, 479, std::vector<double>(30, 300.0));
+  // No cut line: the counters, but no cut line.
+  cv::Mat shallow = testsupport::BlankPicture();
   std::vector<double> centres;
   for (int j = 0; j < 200; ++j) centres.push_back(200 + 0.5 * j);
-  testsupport::PaintStripe(picture, 479, centres);
-  const ToolRun run = Inspect(Picture("shallow.png", picture) + " --json");
+  testsupport::PaintStripe(shallow, 479, centres);
+
+  const ToolRun run =
+      Inspect(Picture("few.bmp", few) + " " + Picture("shallow.png", shallow) + " --json");
   ASSERT_EQ(run.status, 0) << run.err;
-  const rapidjson::Document json = Json(run);
-  EXPECT_EQ(json["result"].GetInt(), 2);
-  EXPECT_STREQ(json["outcome"].GetString(), "no_cut_line");
-  EXPECT_EQ(json["num2"].GetInt(), 0);
-  EXPECT_EQ(json["G"].GetInt(), 180);
-  EXPECT_TRUE(json["cut_line"].IsNull());
+  const std::vector<rapidjson::Document> json = JsonLines(run);
+  ASSERT_EQ(json.size(), 2u) << run.out;
+  EXPECT_EQ(json[0]["result"].GetInt(), 2);
+  EXPECT_STREQ(json[0]["outcome"].GetString(), "too_few_points");
+  EXPECT_EQ(json[0]["points"].GetInt(), 30);
+  EXPECT_TRUE(json[0]["num2"].IsNull());
+  EXPECT_TRUE(json[0]["G"].IsNull());
+  EXPECT_TRUE(json[0]["cut_line"].IsNull());
+
+  EXPECT_EQ(json[1]["result"].GetInt(), 2);
+  EXPECT_STREQ(json[1]["outcome"].GetString(), "no_cut_line");
+  EXPECT_EQ(json[1]["num2"].GetInt(), 0);
+  EXPECT_EQ(json[1]["G"].GetInt(), 180);
+  EXPECT_TRUE(json[1]["cut_line"].IsNull());
 }
 
 TEST_F(StripeInspectTest, ColourPictureIsRefusedUnlessGrayIsAsked) {
@@ -175,40 +195,43 @@ TEST_F(StripeInspectTest, ColourPictureIsRefusedUnlessGrayIsAsked) {
   cv::merge(planes, 3, colour);
   const std::string path = Picture("colour.png", colour);
 
-  const ToolRun refused = Inspect(path);
-  EXPECT_EQ(refused.status, 1);
-  EXPECT_NE(refused.err.find("640 x 480 with one 8-bit channel"), std::string::npos) << refused.err;
-  EXPECT_NE(refused.err.find("--gray"), std::string::npos) << refused.err;
-
+  // Without --gray it is refused: WrongSizeAndUnreadablePicturesAreNamedWithWhy.
   const ToolRun converted = Inspect(path + " --gray --json");
   ASSERT_EQ(converted.status, 0) << converted.err;
   EXPECT_EQ(Json(converted)["result"].GetInt(), 0);
 }
 
-TEST_F(StripeInspectTest, WrongSizeAndUnreadablePicturesFail) {
-  const ToolRun small = Inspect(Picture("small.png", cv::Mat::zeros(100, 200, CV_8UC1)));
-  EXPECT_EQ(small.status, 1);
-  EXPECT_NE(small.err.find("200 x 100"), std::string::npos) << small.err;
-  EXPECT_EQ(small.out, "");
-
-  const ToolRun deep = Inspect(Picture("deep.png", cv::Mat::zeros(480, 640, CV_16UC1)));
-  EXPECT_EQ(deep.status, 1);
-  EXPECT_NE(deep.err.find("16-bit"), std::string::npos) << deep.err;
-
-  const ToolRun missing = Inspect((dir_ / "missing.png").string());
-  EXPECT_EQ(missing.status, 1);
-  EXPECT_NE(missing.err.find("cannot open"), std::string::npos) << missing.err;
-
+TEST_F(StripeInspectTest, WrongSizeAndUnreadablePicturesAreNamedWithWhy) {
+  // Each picture's refusal, word for word, is picture_input_test's; here
+  // every kind shows in one list, and the run fails.
+  const std::string small = Picture("small.png", cv::Mat::zeros(100, 200, CV_8UC1));
+  const std::string deep = Picture("deep.png", cv::Mat::zeros(480, 640, CV_16UC1));
+  const std::string missing = (dir_ / "missing.png").string();
   std::ofstream(dir_ / "text.png") << "not a picture";
-  const ToolRun text = Inspect((dir_ / "text.png").string());
-  EXPECT_EQ(text.status, 1);
-  EXPECT_NE(text.err.find("is not a BMP or PNG picture"), std::string::npos) << text.err;
-
   // A picture the decoders could read, in another format, is refused unread.
   ASSERT_TRUE(cv::imwrite((dir_ / "good.jpg").string(), cv::Mat(480, 640, CV_8UC1, cv::Scalar(9))));
-  const ToolRun jpeg = Inspect((dir_ / "good.jpg").string());
-  EXPECT_EQ(jpeg.status, 1);
-  EXPECT_NE(jpeg.err.find("good.jpg' is not a BMP or PNG picture"), std::string::npos) << jpeg.err;
+  // A colour picture is refused unless --gray is given.
+  const cv::Mat gray = testsupport::BentStripePicture();
+  cv::Mat colour;
+  cv::Mat planes[] = {gray, gray, gray};
+  cv::merge(planes, 3, colour);
+  const std::string coloured = Picture("colour.png", colour);
+  const ToolRun run =
+      Inspect(small + " " + deep + " " + missing + " " + (dir_ / "text.png").string() + " " +
+              (dir_ / "good.jpg").string() + " " + coloured);
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err, "stripe-inspect: 6 of 6 pictures could not be read\n");
+  std::istringstream in(run.out);
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  ASSERT_GE(lines.size(), 7u) << run.out;
+  EXPECT_NE(lines[1].find("200 x 100"), std::string::npos) << lines[1];
+  EXPECT_NE(lines[2].find("16-bit"), std::string::npos) << lines[2];
+  EXPECT_NE(lines[3].find("cannot open"), std::string::npos) << lines[3];
+  EXPECT_NE(lines[4].find("text.png' is not a BMP or PNG picture"), std::string::npos) << lines[4];
+  EXPECT_NE(lines[5].find("good.jpg' is not a BMP or PNG picture"), std::string::npos) << lines[5];
+  EXPECT_NE(lines[6].find("640 x 480 with one 8-bit channel"), std::string::npos) << lines[6];
+  EXPECT_NE(lines[6].find("--gray"), std::string::npos) << lines[6];
 }
 
 TEST_F(StripeInspectTest, ADamagedPictureGivesOneMessageNamingIt) {
@@ -224,32 +247,30 @@ TEST_F(StripeInspectTest, ADamagedPictureGivesOneMessageNamingIt) {
             "stripe-inspect: cannot read a picture from '" + (dir_ / "cut.bmp").string() + "'\n");
 }
 
-TEST_F(StripeInspectTest, TheLaserComesFromThePathUnlessSideIsGiven) {
+TEST_F(StripeInspectTest, TheLaserComesFromThePath) {
+  // --side over the path is inspect_options_test's; --side reaching the
+  // cut is CutPictureIsReportedAndWrittenAsTheNodeWouldStoreIt's.
   fs::create_directories(dir_ / "right");
   const cv::Mat picture = testsupport::BentStripePicture();
   const struct {
     std::string name;
-    std::string args;
     std::string side;
   } cases[] = {
-      {"right/2000.bmp", "", "right"},
-      {"RR.bmp", "", "right"},
-      {"LL.bmp", "", "left"},
-      {"right/2000.bmp", "--side left", "left"},
-      {"left_RR.png", "--side=right", "right"},
-      {"plain.png", "", "left"},
+      {"right/2000.bmp", "right"}, {"RR.bmp", "right"},   {"LL.bmp", "left"},
+      {"left_RR.png", "right"},    {"plain.png", "left"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name + " " + c.args);
-    const ToolRun run = Inspect(Picture(c.name, picture) + " --json " + c.args);
-    ASSERT_EQ(run.status, 0) << run.err;
-    const rapidjson::Document json = Json(run);
-    EXPECT_STREQ(json["side"].GetString(), c.side.c_str());
-    EXPECT_STREQ(json["scan_file"].GetString(), c.side == "left" ? "/tmp/LL.bmp" : "/tmp/RR.bmp");
+  std::string args = "--json";
+  for (const auto& c : cases) args += " " + Picture(c.name, picture);
+  const ToolRun run = Inspect(args);
+  ASSERT_EQ(run.status, 0) << run.err;
+  const std::vector<rapidjson::Document> json = JsonLines(run);
+  ASSERT_EQ(json.size(), 5u) << run.out;
+  for (std::size_t i = 0; i < json.size(); ++i) {
+    SCOPED_TRACE(cases[i].name);
+    EXPECT_STREQ(json[i]["side"].GetString(), cases[i].side.c_str());
+    EXPECT_STREQ(json[i]["scan_file"].GetString(),
+                 cases[i].side == "left" ? "/tmp/LL.bmp" : "/tmp/RR.bmp");
   }
-  const ToolRun text = Inspect((dir_ / "right/2000.bmp").string());
-  EXPECT_NE(text.out.find(" (right laser, mode 8)\n"), std::string::npos) << text.out;
-  EXPECT_NE(text.out.find("file         /tmp/right/2000.bmp\n"), std::string::npos) << text.out;
 }
 
 TEST_F(StripeInspectTest, SeveralPicturesGiveAList) {
@@ -263,99 +284,23 @@ TEST_F(StripeInspectTest, SeveralPicturesGiveAList) {
       << run.out;
 }
 
-// The first line of standard error, without its newline.
-std::string FirstLine(const std::string& text) { return text.substr(0, text.find('\n')); }
-
-// stripe-inspect refused the command line with `message` and the hint, and
-// printed no report.
-void ExpectUsageError(const ToolRun& run, const std::string& message) {
+// Every bad command line, each number option's forms and the list rules
+// are inspect_options_test's, in process; here, that a refusal reaches the
+// user as every tool shows one, and nothing else is done.
+TEST_F(StripeInspectTest, ABadCommandLineExitsWith2AndNamesTheProblem) {
+  const std::string path = Picture("bent.png", testsupport::BentStripePicture());
+  const ToolRun run =
+      Inspect(path + " --json --overlay " + (dir_ / "o.png").string() + " --distance=1e2");
   EXPECT_EQ(run.status, 2);
-  EXPECT_EQ(run.err, "stripe-inspect: " + message + "\nTry 'stripe-inspect --help' for usage.\n");
+  EXPECT_EQ(run.err,
+            "stripe-inspect: --distance needs a whole number from 0 to 65535, not '1e2'\n"
+            "Try 'stripe-inspect --help' for usage.\n");
   EXPECT_EQ(run.out, "");
+  EXPECT_FALSE(fs::exists(dir_ / "o.png"));
 }
 
-TEST_F(StripeInspectTest, BadCommandLinesExitWith2AndNameTheProblem) {
-  const std::string path = Picture("bent.png", testsupport::BentStripePicture());
-  const struct {
-    std::string args;
-    std::string message;
-  } cases[] = {
-      {"", "no picture given"},
-      {path + " --side up", "--side needs left or right, not 'up'"},
-      {path + " --side=", "--side needs left or right, not ''"},
-      {path + " --side", "--side needs left or right"},
-      {path + " --frobnicate", "unknown option --frobnicate"},
-      {path + " --frobnicate=3", "unknown option --frobnicate"},
-      {path + " -x", "unknown option -x"},
-      {path + " --overlay", "--overlay needs a file name"},
-      {path + " --out=", "--out needs a file name, not ''"},
-      {path + " --json=1", "--json takes no value"},
-      {path + " --gray=", "--gray takes no value"},
-      {path + " --d 5", "ambiguous option --d (--distance or --delt)"},
-      {path + " --o=x.png", "ambiguous option --o (--overlay or --out)"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE("args: " + c.args);
-    ExpectUsageError(Inspect(c.args), c.message);
-  }
-}
-
-TEST_F(StripeInspectTest, NumbersArePlainDecimalDigitsFrom0To65535) {
-  const std::string path = Picture("bent.png", testsupport::BentStripePicture());
-  const std::string range = " needs a whole number from 0 to 65535, not '";
-  for (const std::string option : {"--distance", "--delt"}) {
-    for (const std::string& text :
-         {std::string("+5"), std::string(" 5"), std::string("5 "), std::string("0x5"),
-          std::string("5.0"), std::string("1e2"), std::string(""), std::string("-1"),
-          std::string("-0"), std::string("65536"), std::string("99999999999999999999"),
-          std::string("5x"), std::string("\t5")}) {
-      SCOPED_TRACE(option + " '" + text + "'");
-      ExpectUsageError(Inspect(path + " '" + option + "=" + text + "'"),
-                       option + range + text + "'");
-      if (!text.empty()) {
-        ExpectUsageError(Inspect(path + " " + option + " '" + text + "'"),
-                         option + range + text + "'");
-      }
-    }
-    ExpectUsageError(Inspect(path + " " + option),
-                     option + " needs a whole number from 0 to 65535");
-  }
-}
-
-TEST_F(StripeInspectTest, PlainNumbersAreTakenEitherWay) {
-  const std::string path = Picture("bent.png", testsupport::BentStripePicture());
-  const struct {
-    std::string args;
-    int distance;
-    int delt;
-    std::string file;
-  } cases[] = {
-      {"--distance=30 --delt=7", 30, 7, "/tmp/left/3007.bmp"},
-      {"--distance 30 --delt 7", 30, 7, "/tmp/left/3007.bmp"},
-      {"--distance=0 --delt=0", 0, 0, "/tmp/left/0.bmp"},
-      {"--distance 65535 --delt 65535", 65535, 65535, ""},
-      {"--distance=007 --delt=00", 7, 0, "/tmp/left/700.bmp"},
-      {"--dist=12 --del 3", 12, 3, "/tmp/left/1203.bmp"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE("args: " + c.args);
-    const ToolRun run = Inspect(path + " --json " + c.args);
-    ASSERT_EQ(run.status, 0) << run.err;
-    const rapidjson::Document json = Json(run);
-    EXPECT_EQ(json["distance"].GetInt(), c.distance);
-    EXPECT_EQ(json["delt"].GetInt(), c.delt);
-    if (!c.file.empty()) {
-      EXPECT_STREQ(json["file"].GetString(), c.file.c_str());
-    }
-  }
-}
-
-TEST_F(StripeInspectTest, OptionsMayFollowThePictureAndDoubleDashEndsThem) {
-  const std::string path = Picture("-bent.png", testsupport::BentStripePicture());
-  const ToolRun after = Inspect(path + " --side=right --json");
-  ASSERT_EQ(after.status, 0) << after.err;
-  EXPECT_STREQ(Json(after)["side"].GetString(), "right");
-
+TEST_F(StripeInspectTest, DoubleDashEndsTheOptions) {
+  Picture("-bent.png", testsupport::BentStripePicture());
   // From the picture's folder, its name alone looks like an option.
   const std::string command = "cd " + dir_.string() + " && " + std::string(STRIPE_INSPECT) +
                               " --json -- -bent.png >" + (dir_ / "out.txt").string() + " 2>" +
@@ -363,7 +308,8 @@ TEST_F(StripeInspectTest, OptionsMayFollowThePictureAndDoubleDashEndsThem) {
   const int raw = std::system(command.c_str());
   ASSERT_TRUE(WIFEXITED(raw));
   EXPECT_EQ(WEXITSTATUS(raw), 0) << ReadFile(dir_ / "err.txt");
-  EXPECT_EQ(FirstLine(ReadFile(dir_ / "out.txt")).rfind("{\"image\":\"-bent.png\"", 0), 0u);
+  const std::string out = ReadFile(dir_ / "out.txt");
+  EXPECT_EQ(out.substr(0, out.find('\n')).rfind("{\"image\":\"-bent.png\"", 0), 0u) << out;
 }
 
 TEST_F(StripeInspectTest, VersionShowsTheVersionAndTheNodesTags) {

@@ -25,6 +25,7 @@
 #include "tools/stripe_tool/contact_sheet.h"
 #include "tools/stripe_tool/findings.h"
 #include "tools/stripe_tool/in_order.h"
+#include "tools/stripe_tool/inspect_options.h"
 #include "tools/stripe_tool/overlay.h"
 #include "tools/stripe_tool/picture_input.h"
 #include "tools/stripe_tool/picture_list.h"
@@ -35,6 +36,7 @@ namespace {
 
 using kivplugcali::StripeCut;
 using stripetool::Inspection;
+using stripetool::Options;
 
 constexpr const char* kUsage = R"(Usage: stripe-inspect IMAGE|FOLDER... [options]
 
@@ -93,155 +95,6 @@ whatever the outcome of the cuts; 1 when a picture cannot be read or has the
 wrong shape, or an output cannot be written; 2 for bad options.
 )";
 
-struct Options {
-  std::vector<std::string> pictures;  // files and folders, as given
-  std::optional<int> mode;            // --side
-  uint16_t distance = 20;
-  uint16_t delt = 0;
-  std::string overlay;
-  std::string out;
-  std::string sheet;
-  bool json = false;
-  bool csv = false;
-  bool gray = false;
-  unsigned jobs = 0;  // 0: one per processor
-  bool list = false;  // a list and its summary, not the report of one picture
-  bool version = false;
-};
-
-// The options, as getopt_long reads them. A long option without a short name
-// gets an id above 255.
-enum OptionId {
-  kHelp = 'h',
-  kJobs = 'j',
-  kSide = 256,
-  kDistance,
-  kDelt,
-  kOverlay,
-  kOut,
-  kSheet,
-  kJson,
-  kCsv,
-  kGray,
-  kVersion,
-};
-
-constexpr char kWholeNumber[] = "a whole number from 0 to 65535";
-
-const std::vector<toolcli::Option> kOptions = {
-    {"side", 0, "left or right", kSide},
-    {"distance", 0, kWholeNumber, kDistance},
-    {"delt", 0, kWholeNumber, kDelt},
-    {"overlay", 0, "a file name", kOverlay},
-    {"out", 0, "a file name", kOut},
-    {"sheet", 0, "a file name", kSheet},
-    {"json", 0, nullptr, kJson},
-    {"csv", 0, nullptr, kCsv},
-    {"jobs", 'j', "a whole number from 1 to 256", kJobs},
-    {"gray", 0, nullptr, kGray},
-    {"help", 'h', nullptr, kHelp},
-    {"version", 0, nullptr, kVersion},
-};
-
-// A number option's value: plain decimal digits and nothing else (no sign,
-// blank, base prefix, fraction or exponent), from `low` to `high`.
-long ParseNumber(const toolcli::CommandLine& command_line, int id, const std::string& text,
-                 long low, long high) {
-  if (text.empty()) throw toolcli::UsageError(command_line.BadValue(id, text));
-  long value = 0;
-  for (const char c : text) {
-    if (c < '0' || c > '9') throw toolcli::UsageError(command_line.BadValue(id, text));
-    value = value * 10 + (c - '0');
-    if (value > high) throw toolcli::UsageError(command_line.BadValue(id, text));
-  }
-  if (value < low) throw toolcli::UsageError(command_line.BadValue(id, text));
-  return value;
-}
-
-// --overlay and --out go with the report of one picture: the message for
-// the option `name` when the command line asks for a list.
-std::string OnePictureOnly(const std::string& name, const Options& options, const char* hint) {
-  if (options.pictures.size() > 1) {
-    return name + " needs one picture, not " + std::to_string(options.pictures.size()) + hint;
-  }
-  if (stripetool::IsFolder(options.pictures[0])) {
-    return name + " needs one picture, and '" + options.pictures[0] + "' is a folder" + hint;
-  }
-  return name + " goes with the report of one picture, not with " +
-         (options.csv ? "--csv" : "--sheet");
-}
-
-// Returns nullopt when help was asked for; throws toolcli::UsageError.
-std::optional<Options> ParseArgs(int argc, char** argv) {
-  Options options;
-  toolcli::CommandLine command_line(argc, argv, kOptions);
-  int id = 0;
-  std::string value;
-  while (command_line.Next(&id, &value)) {
-    switch (id) {
-      case kHelp:
-        return std::nullopt;
-      case kVersion:
-        options.version = true;
-        return options;
-      case kSide:
-        if (value == "left") {
-          options.mode = kivplugcali::kStripeWalkLeft;
-        } else if (value == "right") {
-          options.mode = kivplugcali::kStripeWalkRight;
-        } else {
-          throw toolcli::UsageError(command_line.BadValue(id, value));
-        }
-        break;
-      case kDistance:
-        options.distance = static_cast<uint16_t>(ParseNumber(command_line, id, value, 0, 65535));
-        break;
-      case kDelt:
-        options.delt = static_cast<uint16_t>(ParseNumber(command_line, id, value, 0, 65535));
-        break;
-      case kJobs:
-        options.jobs = static_cast<unsigned>(ParseNumber(command_line, id, value, 1, 256));
-        break;
-      case kOverlay:
-        options.overlay = value;
-        break;
-      case kOut:
-        options.out = value;
-        break;
-      case kSheet:
-        options.sheet = value;
-        break;
-      case kJson:
-        options.json = true;
-        break;
-      case kCsv:
-        options.csv = true;
-        break;
-      case kGray:
-        options.gray = true;
-        break;
-    }
-  }
-  options.pictures = command_line.Operands();
-  if (options.pictures.empty()) throw toolcli::UsageError("no picture given");
-  if (options.csv && options.json) throw toolcli::UsageError("--csv and --json do not go together");
-  options.list = options.pictures.size() > 1 || stripetool::IsFolder(options.pictures[0]) ||
-                 options.csv || !options.sheet.empty();
-  if (options.list && !options.overlay.empty()) {
-    throw toolcli::UsageError(OnePictureOnly("--overlay", options, " (--sheet draws many)"));
-  }
-  if (options.list && !options.out.empty()) {
-    throw toolcli::UsageError(OnePictureOnly("--out", options, ""));
-  }
-  return options;
-}
-
-// The laser of a picture: --side, else the one its path names, else left.
-int ModeOf(const Options& options, const std::string& path) {
-  if (options.mode) return *options.mode;
-  return stripetool::LaserInPath(path).value_or(kivplugcali::kStripeWalkLeft);
-}
-
 const std::string& NodeFolder(int mode) {
   return mode == kivplugcali::kStripeWalkLeft ? kivplugcali::left_path : kivplugcali::right_path;
 }
@@ -267,7 +120,7 @@ int StdoutWritten(std::ostream& err, int code) {
 // The report of one picture, with its overlay and cut picture when asked.
 int RunOne(const Options& options, std::ostream& err) {
   const std::string& image = options.pictures[0];
-  const int mode = ModeOf(options, image);
+  const int mode = stripetool::ModeOf(options, image);
   const cv::Mat picture = stripetool::ReadPicture(image, options.gray);
   StripeCut cut;
   kivplugcali::CutStripe(picture, mode, &cut);
@@ -301,7 +154,7 @@ struct Inspected {
 
 Inspected InspectEntry(const Options& options, const stripetool::ListEntry& entry) {
   Inspected done;
-  const int mode = ModeOf(options, entry.path);
+  const int mode = stripetool::ModeOf(options, entry.path);
   done.tile.path = entry.path;
   cv::Mat picture;
   std::string problem = entry.problem;
@@ -436,7 +289,7 @@ class Discard : public std::streambuf {
 int Main(int argc, char** argv, std::ostream& err) {
   std::optional<Options> options;
   try {
-    options = ParseArgs(argc, argv);
+    options = stripetool::ParseArgs(argc, argv);
   } catch (const toolcli::UsageError& e) {
     toolcli::ReportUsageError(err, "stripe-inspect", e.what());
     return 2;
