@@ -15,6 +15,10 @@
 //
 // usage: camera_tables [SEEDS]   (default 50 seeds; about a minute in a
 // Release build)
+//        camera_tables --smoke   (the smallest run that still goes through
+// every code path once: in the exposure tables one factory and one app
+// distance beside the two distance checks, in the cut table one app
+// distance per preset, one seed; for ctest's run, its figures mean little)
 #include <rapidjson/document.h>
 
 #include <algorithm>
@@ -64,7 +68,13 @@ Choice NodeChoice(uint16_t code, bool app) {
   return {kivplugcali::exposure_value, kivplugcali::gain_value};
 }
 
-void ExposureTable(const char* preset) {
+// The smallest run (--smoke): one distance of each kind instead of all.
+struct Extent {
+  int seeds = 50;
+  bool smoke = false;
+};
+
+void ExposureTable(const char* preset, bool smoke) {
   const Choice settings[] = {{600, 4}, {1200, 4}, {1900, 4}, {1900, 32}, {1900, 48}};
   std::printf("\n#### %s\n\n| distance | node's choice |", preset);
   for (const Choice& s : settings) std::printf(" %d/%d |", s.exposure, s.gain);
@@ -80,12 +90,12 @@ void ExposureTable(const char* preset) {
   std::vector<Row> rows;
   static char names[20][40];
   int n = 0;
-  for (int d = 5; d <= 45; d += 5) {
+  for (int d = smoke ? 25 : 5; d <= (smoke ? 25 : 45); d += 5) {
     std::snprintf(names[n], sizeof names[n], "factory %d cm", d);
     rows.push_back({names[n++], static_cast<double>(d), static_cast<uint16_t>(d), false});
   }
   rows.push_back({"factory distance check, 27.5 cm", 27.5, kivplugcali::dis_DistanceCheck, false});
-  for (int d : {10, 20, 30}) {
+  for (int d : smoke ? std::vector<int>{20} : std::vector<int>{10, 20, 30}) {
     std::snprintf(names[n], sizeof names[n], "app %d cm", d);
     rows.push_back({names[n++], static_cast<double>(d), static_cast<uint16_t>(d), true});
   }
@@ -115,13 +125,13 @@ void ExposureTable(const char* preset) {
   }
 }
 
-void CutTable(int seeds) {
+void CutTable(int seeds, bool smoke) {
   std::printf(
       "\n| preset | app distance | setting | cut | two stripes | too few points | no cut line | "
       "cut refused | stripe points (min / median / max) "
       "|\n|---|---|---|---|---|---|---|---|---|\n");
   for (const char* preset : {"ideal", "robot", "harsh"}) {
-    for (int d : {10, 20, 30}) {
+    for (int d : smoke ? std::vector<int>{20} : std::vector<int>{10, 20, 30}) {
       const Choice node = NodeChoice(static_cast<uint16_t>(d), true);
       std::map<kivplugcali::StripeCutStop, int> stops;
       std::vector<int> points;
@@ -157,11 +167,36 @@ void CutTable(int seeds) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const int seeds = argc > 1 ? std::max(1, std::atoi(argv[1])) : 50;
+  Extent extent;
+  bool seeds_given = false;
+  for (int i = 1; i < argc; ++i) {
+    const std::string arg = argv[i];
+    if (arg == "--help" || arg == "-h") {
+      std::printf(
+          "usage: camera_tables [SEEDS]   the tables of docs/camera-sim.md as Markdown\n"
+          "                               (SEEDS pictures per laser and app distance in the\n"
+          "                               stripe cut table; default 50)\n"
+          "       camera_tables --smoke   the smallest run: one factory and one app distance\n"
+          "                               beside the distance checks, one seed\n");
+      return 0;
+    }
+    if (arg == "--smoke") {
+      extent.smoke = true;
+      if (!seeds_given) extent.seeds = 1;
+    } else if (!arg.empty() && arg[0] == '-') {
+      std::fprintf(stderr,
+                   "camera_tables: unknown option '%s'\nTry 'camera_tables --help' for usage.\n",
+                   arg.c_str());
+      return 2;
+    } else {
+      extent.seeds = std::max(1, std::atoi(arg.c_str()));
+      seeds_given = true;
+    }
+  }
   std::printf("### Exposure: saturated rows / median contrast (worse laser)\n");
-  ExposureTable("robot");
-  ExposureTable("harsh");
+  ExposureTable("robot", extent.smoke);
+  ExposureTable("harsh", extent.smoke);
   std::printf("\n### The stripe cut at the app's settings\n");
-  CutTable(seeds);
+  CutTable(extent.seeds, extent.smoke);
   return 0;
 }

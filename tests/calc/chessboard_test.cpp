@@ -180,7 +180,9 @@ TEST(ChessboardTest, CornersAreNumberedFromThePicturesTopLeft) {
 // inner corners of the first two (boards between about 550 and 565 and
 // between 75 and 90 are so), FindBoard does not take them; the third it
 // does not find at all (on a small picture: a search that finds nothing
-// takes seconds on a whole one).
+// takes seconds on a whole one). Under an emulator the sector-based search,
+// the slowest, looks at the first board only: the check after the search is
+// the same for both methods, and the classic one meets both edges.
 TEST(ChessboardTest, ABoardCutOffByThePicturesEdgeIsNotFound) {
   const calc::CameraModel camera = calctest::RobotCamera();
   const BoardGeometry board;
@@ -188,6 +190,7 @@ TEST(ChessboardTest, ABoardCutOffByThePicturesEdgeIsNotFound) {
     const cv::Mat view = calctest::RenderBoard(
         camera, board, calctest::PlaceBoard(camera, board, {u, 240, 30, 0, 0}), {});
     for (CornerMethod method : {CornerMethod::kClassic, CornerMethod::kSectorBased}) {
+      if (method == CornerMethod::kSectorBased && u != 555.0 && calctest::Emulated()) continue;
       const calc::FoundBoard f = calc::FindBoard("07.png", Gray(view), board, method);
       EXPECT_EQ(f.code, calc::kBoardNotFound);
       EXPECT_EQ(f.reason, "07.png: board not found (it is cut off by the picture's edge)") << u;

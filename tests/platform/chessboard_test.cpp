@@ -2,7 +2,8 @@
 // (tools/sim_pictures/chessboard_views.json) under every preset, at the
 // node's chessboard exposure, where the truth's board pose and camera put
 // them; a camera calibration on the views recovers the camera; a board out
-// of view is refused.
+// of view is refused. Under an emulator, fewer views on the presets other
+// than the robot's.
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>
 
@@ -18,6 +19,7 @@
 
 #include "platform/sunxi_cam/camera_sim.h"
 #include "platform/sunxi_cam/sunxi_cam.h"
+#include "tests/calc/emulated.h"
 #include "tests/support/sim_settings.h"
 
 namespace {
@@ -106,14 +108,20 @@ class ChessboardTest : public ::testing::Test {
   }
 };
 
+// Under an emulator or the sanitizers (LASERCALI_EMULATED=1), many times
+// slower, every view and the calibration on the robot's camera, the one the
+// node's chain uses; on the other presets the first view and the four
+// pushed into the picture's corners (9 to 12), and no calibration.
 TEST_F(ChessboardTest, OpenCvFindsEveryCornerOfEveryShippedViewWhereTheTruthPutsIt) {
   const std::vector<std::string> views = ShippedViews();
   ASSERT_EQ(views.size(), 16u);
   for (const char* preset : {"ideal", "robot", "harsh"}) {
+    const bool every_view = !calctest::Emulated() || std::string(preset) == "robot";
     std::vector<std::vector<cv::Point3f>> object_points;
     std::vector<std::vector<cv::Point2f>> image_points;
     double worst = 0;
     for (std::size_t n = 0; n < views.size(); ++n) {
+      if (!every_view && n != 0 && (n < 8 || n > 11)) continue;
       APPLY_SIM(std::string(R"({"preset": ")") + preset + "\"}");
       APPLY_SIM(views[n]);
       const cv::Mat frame = ChessboardFrame();
@@ -146,6 +154,10 @@ TEST_F(ChessboardTest, OpenCvFindsEveryCornerOfEveryShippedViewWhereTheTruthPuts
       }
       object_points.push_back(object);
       image_points.push_back(corners);
+    }
+    if (!every_view) {
+      std::printf("%s: worst corner %.3f px in %zu views\n", preset, worst, image_points.size());
+      continue;
     }
     // A calibration on the views recovers the camera.
     const sim::CameraModel c = sim::Truth().camera;

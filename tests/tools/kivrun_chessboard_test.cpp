@@ -246,33 +246,19 @@ TEST_F(KivrunChessboardTest, TheFoldersOwnCameraComesFirst) {
   EXPECT_TRUE(Answers("ieparam").empty());
 }
 
+// Each problem of the folder (board.json missing or not JSON, no views, a
+// view that is no picture) is named by the folder's reading, in process
+// (chessboard_folder_test); here, one of them, that kivrun says it as its
+// one line and stops with code 7 before the round.
 TEST_F(KivrunChessboardTest, ABrokenChessboardFolderStopsBeforeTheRound) {
   Scenario(false);
   const std::string views = (dir_ / "pictures/chessboard").string();
   fs::remove(views + "/board.json");
-  ProgramRun run = Kivrun("--pictures pictures s.json");
+  const ProgramRun run = Kivrun("--pictures pictures --log log.jsonl s.json");
   EXPECT_EQ(run.status, 7);
   ASSERT_EQ(run.err.size(), 1u);
   EXPECT_EQ(run.err[0].rfind("kivrun: " + views + "/board.json: is missing", 0), 0u) << run.err[0];
-  std::ofstream(views + "/board.json") << "{\"board\": {\"columns\": 9}";
-  run = Kivrun("--pictures pictures s.json");
-  EXPECT_EQ(run.status, 7);
-  ASSERT_EQ(run.err.size(), 1u);
-  EXPECT_EQ(run.err[0].rfind("kivrun: " + views + "/board.json: is not JSON: ", 0), 0u)
-      << run.err[0];
-  for (const auto& entry : fs::directory_iterator(views)) fs::remove(entry.path());
-  run = Kivrun("--pictures pictures s.json");
-  EXPECT_EQ(run.status, 7);
-  ASSERT_EQ(run.err.size(), 1u);
-  EXPECT_EQ(run.err[0].rfind("kivrun: " + views + ": holds no chessboard views", 0), 0u)
-      << run.err[0];
-  fs::remove_all(dir_ / "pictures");
-  fs::copy(made_ / "robot", dir_ / "pictures", fs::copy_options::recursive);
-  std::ofstream(views + "/05.png") << "no picture";
-  run = Kivrun("--pictures pictures s.json");
-  EXPECT_EQ(run.status, 7);
-  ASSERT_EQ(run.err.size(), 1u);
-  EXPECT_EQ(run.err[0].rfind("kivrun: image file '" + views + "/05.png' ", 0), 0u) << run.err[0];
+  EXPECT_FALSE(fs::exists(dir_ / "log.jsonl")) << "no round was played";
 }
 
 }  // namespace
