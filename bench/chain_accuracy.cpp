@@ -18,7 +18,8 @@
 // error, and the mean reported 1-sigma against the spread measured; then
 // how often the check passed the recovered planes. Then, for the check's
 // pass rule, the factory pictures the robot's round stored, checked in
-// process through the camera the round measured against each true plane (a failure is a
+// process (chain_check.h) through the camera the round measured and through
+// the simulator's own, against each true plane (a failure is a
 // false reject) and against planes off by 0.1 degrees of yaw or roll or
 // 0.2 mm of offset, either way (a pass is a false accept).
 //
@@ -43,15 +44,11 @@
 #include <string>
 #include <vector>
 
+#include "bench/chain_check.h"
 #include "platform/sandbox/node_tmp.h"
 #include "platform/sandbox/private_tmp.h"
 #include "platform/sunxi_cam/camera_sim.h"
 #include "tests/calc/target_pictures.h"
-#include "tools/calc/camera_model.h"
-#include "tools/calc/camera_model_file.h"
-#include "tools/calc/laser_calibration.h"
-#include "tools/calc/picture_files.h"
-#include "tools/calc/plane_fit.h"
 #include "tools/kivrun/calc_plugin_nodes.h"
 
 namespace {
@@ -250,102 +247,30 @@ std::vector<Figure> NewFigures() {
           {"distance check", "mm", 0.5, {}, {}}};
 }
 
-// The check's verdicts on one robot (CheckRobot).
-struct CheckVerdicts {
-  int true_failed = 0;    // of 2
-  int off_passed = 0;     // of 12
-  double true_bias = 0;   // the largest with a true plane, px
-  double off_bias = 1e9;  // the smallest with a plane off, px
+// The check's verdicts over the robots through one camera.
+struct CheckTally {
+  int robots = 0, true_failed = 0, off_passed = 0;
+  Figure true_bias{"", "px", 0, {}, {}}, off_bias{"", "px", 0, {}, {}};
+
+  void Add(const chainbench::CheckVerdicts& v) {
+    ++robots;
+    true_failed += v.true_failed;
+    off_passed += v.off_passed;
+    true_bias.errors.push_back(v.true_bias);
+    off_bias.errors.push_back(v.off_bias);
+  }
+  void Print(const char* camera) const {
+    std::vector<double> least = off_bias.errors;
+    std::sort(least.begin(), least.end());
+    std::printf(
+        "through %s, the check failed %d of %d true planes (false rejects; their bias at worst "
+        "%.3f px, median %.3f px) and passed %d of %d planes off by 0.1 degrees of yaw or roll or "
+        "0.2 mm of offset (false accepts; the smallest bias of a robot's disturbed planes: least "
+        "%.3f px, median %.3f px)\n",
+        camera, true_failed, 2 * robots, true_bias.Worst(), true_bias.Median(), off_passed,
+        12 * robots, least.empty() ? 0.0 : least.front(), off_bias.Median());
+  }
 };
-
-// The factory pictures a round's node stored (kivrun --pictures-out):
-// DIR/left/<n>.bmp and DIR/right/<n>.bmp, as the plane and check nodes
-// read them. `laser` 1 is the left one, 8 the right one.
-struct RoundPictures {
-  std::vector<cv::Mat> mats;
-  std::vector<calc::StripePicture> of[2];
-};
-
-RoundPictures ReadRoundPictures(const fs::path& dir, double wall_height) {
-  RoundPictures r;
-  std::vector<std::pair<std::string, int>> files[2];
-  for (int side = 0; side < 2; ++side) {
-    const fs::path folder = dir / (side == 0 ? "left" : "right");
-    if (!fs::is_directory(folder)) continue;
-    for (const auto& entry : fs::directory_iterator(folder)) {
-      bool left = false;
-      int distance = 0;
-      if (calc::StripePictureOf(entry.path().string(), &left, &distance)) {
-        files[side].emplace_back(entry.path().string(), distance);
-      }
-    }
-    std::sort(files[side].begin(), files[side].end(),
-              [](const auto& a, const auto& b) { return a.second < b.second; });
-  }
-  r.mats.reserve(files[0].size() + files[1].size());
-  for (int side = 0; side < 2; ++side) {
-    for (const auto& [path, distance] : files[side]) {
-      cv::Mat picture;
-      const std::string problem = calc::PictureProblem(path);
-      if (!problem.empty() || !calc::ReadPicture(path, &picture).empty()) {
-        throw std::invalid_argument(path + ": " + (problem.empty() ? "cannot be read" : problem));
-      }
-      r.mats.push_back(picture);
-      calc::StripePicture p;
-      p.name = path;
-      p.picture = {r.mats.back().data, picture.cols, picture.rows, static_cast<int>(picture.step)};
-      p.target = {static_cast<double>(distance), wall_height};
-      r.of[side].push_back(p);
-    }
-  }
-  return r;
-}
-
-// The check's verdicts on the factory pictures a robot's round stored,
-// through the camera the round measured (the model file its camera
-// parameter node wrote): with each laser's true plane, and with the plane
-// off by 0.1 degrees of yaw, 0.1 degrees of roll or 0.2 mm of offset,
-// either way. Throws std::invalid_argument when the simulator refuses the
-// robot, or the model file or a picture cannot be read.
-CheckVerdicts CheckRobot(const std::string& preset, const calctest::Robot& robot,
-                         const fs::path& pictures_dir, const fs::path& camera_file) {
-  calc::CameraModel model;
-  std::string error;
-  if (!calc::ReadCameraModelFile(camera_file.string(), &model, &error)) {
-    throw std::invalid_argument("the measured camera: " + error);
-  }
-  rapidjson::Document settings;
-  settings.Parse(
-      ("{\"preset\": \"" + preset + "\", \"scene\": " + calctest::RobotJson(robot) + "}").c_str());
-  sim::Reset();
-  sim::Configure(settings);
-  const sim::SceneTruth truth = sim::Truth();
-  sim::Reset();
-  const RoundPictures pictures = ReadRoundPictures(pictures_dir, truth.wall_height);
-  const calc::CameraGeometry g(model);
-  CheckVerdicts v;
-  for (int side = 0; side < 2; ++side) {
-    if (pictures.of[side].empty()) throw std::invalid_argument("the round stored no pictures");
-    const calc::Plane plane = calctest::PlaneOf(side == 0 ? truth.left : truth.right);
-    const calc::Residuals r = calc::CheckPlane(g, plane, pictures.of[side]);
-    v.true_failed += !calc::PassesCheck(r);
-    v.true_bias = std::max(v.true_bias, r.bias);
-    const double offs[3][3] = {{0.1, 0, 0}, {0, 0.1, 0}, {0, 0, 0.02}};  // degrees, degrees, cm
-    for (const auto& off : offs) {
-      for (int sign : {1, -1}) {
-        calc::PlaneAngles angles = calc::AnglesOf(plane);
-        angles.yaw += sign * off[0];
-        angles.roll += sign * off[1];
-        angles.offset += sign * off[2];
-        const calc::Residuals o =
-            calc::CheckPlane(g, calc::PlaneFromAngles(angles), pictures.of[side]);
-        v.off_passed += calc::PassesCheck(o);
-        if (o.code == calc::kSuccess) v.off_bias = std::min(v.off_bias, o.bias);
-      }
-    }
-  }
-  return v;
-}
 
 constexpr char kUsage[] =
     "usage: chain_accuracy [--robots N] [--first K] [--preset robot|harsh] [--kivrun PATH]\n"
@@ -441,9 +366,9 @@ int main(int argc, char** argv) {
   std::setvbuf(stdout, nullptr, _IOLBF, 0);  // a line per robot as it comes
   std::vector<Figure> figures = NewFigures();
   std::vector<double> seconds;
-  int failed = 0, checks_passed = 0, true_failed = 0, off_passed = 0;
-  Figure true_bias{"", "px", 0, {}, {}}, off_bias{"", "px", 0, {}, {}},
-      recovered_bias{"", "px", 0, {}, {}};
+  int failed = 0, checks_passed = 0;
+  Figure recovered_bias{"", "px", 0, {}, {}};
+  CheckTally through_measured, through_truth;
   std::printf(
       "chain accuracy: %d random robots under '%s' from robot %lld, each a whole chain "
       "round through %s\n",
@@ -462,11 +387,12 @@ int main(int argc, char** argv) {
     seconds.push_back(round.seconds);
     checks_passed += round.check_result == 1;
     recovered_bias.errors.push_back(round.check_bias);
-    CheckVerdicts check;
+    chainbench::RobotChecks check;
     try {
       // The node's /tmp is the round's: --pictures-out copied it.
       const fs::path model = fs::path(kivrun::kCameraModelFile).lexically_relative("/tmp");
-      check = CheckRobot(preset, robot, dir / "pictures", dir / "pictures" / model);
+      check = chainbench::CheckRobot(preset, robot, (dir / "pictures").string(),
+                                     (dir / "pictures" / model).string());
     } catch (const std::invalid_argument& e) {
       std::printf("robot %lld: %s%s%s\n", number, e.what(),
                   round.camera_problem.empty() ? "" : ("; " + round.camera_problem).c_str(),
@@ -474,10 +400,8 @@ int main(int argc, char** argv) {
       ++failed;
       continue;
     }
-    true_failed += check.true_failed;
-    off_passed += check.off_passed;
-    true_bias.errors.push_back(check.true_bias);
-    off_bias.errors.push_back(check.off_bias);
+    through_measured.Add(check.measured);
+    through_truth.Add(check.truth);
     if (round.errors.size() != figures.size()) {
       ++failed;
       std::printf("robot %lld: %s\n  %s\n", number, round.problem.c_str(),
@@ -495,7 +419,7 @@ int main(int argc, char** argv) {
           "off %.3f px)%s\n",
           number, round.errors[0], round.errors[2], round.errors[3], round.errors[11],
           round.errors[15], round.errors[10], round.errors[14], round.errors[16],
-          round.check_result, round.check_bias, check.true_bias, check.off_bias,
+          round.check_result, round.check_bias, check.measured.true_bias, check.measured.off_bias,
           round.problem.empty() ? "" : " (the round failed)");
     }
   }
@@ -521,14 +445,8 @@ int main(int argc, char** argv) {
       "the check passed the recovered planes on %d of %d robots (their bias at worst %.3f px, "
       "median %.3f px)\n",
       checks_passed, robots, recovered_bias.Worst(), recovered_bias.Median());
-  std::vector<double> least = off_bias.errors;
-  std::sort(least.begin(), least.end());
-  std::printf(
-      "through the measured camera, the check failed %d of %d true planes (false rejects; bias at "
-      "worst %.3f px, median %.3f px) and passed %d of %d planes off by 0.1 degrees of yaw or "
-      "roll or 0.2 mm of offset (false accepts; the smallest bias %.3f px)\n",
-      true_failed, 2 * robots, true_bias.Worst(), true_bias.Median(), off_passed, 12 * robots,
-      least.empty() ? 0.0 : least.front());
+  through_measured.Print("the measured camera");
+  through_truth.Print("the simulator's camera");
   std::printf("wall time of a round (kivrun, calculations included): median %.2f s, worst %.2f s\n",
               seconds[seconds.size() / 2], seconds.back());
   std::printf("%s\n", within ? "every error with a goal within it" : "NOT within the goals");
