@@ -18,8 +18,6 @@
 // a further empty one, so every round starts with no pictures. With
 // --machine-tmp both use the machine's /tmp. Usage: kUsage and kHelp below.
 #include <rapidjson/document.h>
-#include <stdlib.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <chrono>
@@ -27,14 +25,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iostream>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "bench/kivrun_rounds.h"
 #include "platform/sandbox/node_tmp.h"
-#include "platform/sandbox/private_tmp.h"
 #include "platform/sunxi_cam/camera_sim.h"
 #include "tests/calc/target_pictures.h"
 #include "tools/calc/distance.h"
@@ -55,13 +51,7 @@ struct Figures {
   double Worst() const {
     return values.empty() ? 0 : *std::max_element(values.begin(), values.end());
   }
-  double Median() const {
-    if (values.empty()) return 0;
-    std::vector<double> v = values;
-    std::sort(v.begin(), v.end());
-    const std::size_t n = v.size();
-    return n % 2 ? v[n / 2] : (v[n / 2 - 1] + v[n / 2]) / 2;
-  }
+  double Median() const { return benchrounds::Median(values); }
 };
 
 std::string Scenario(const calctest::Pose& pose) {
@@ -92,13 +82,6 @@ std::string Scenario(const calctest::Pose& pose) {
   return s.str();
 }
 
-std::string ReadFile(const fs::path& path) {
-  std::ifstream in(path);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
 struct Round {
   bool ran = false;
   std::string problem;
@@ -109,23 +92,15 @@ struct Round {
   int plane_result = 0, check_result = 0, distance_status = -1;
 };
 
-// `kivrun_tmp` is kivrun's option for the node's /tmp.
-Round Play(const std::string& kivrun, const std::string& kivrun_tmp, const calctest::Pose& pose,
-           const fs::path& dir) {
+Round Play(const std::string& kivrun, const benchrounds::BenchFolder& folder,
+           const calctest::Pose& pose) {
   Round round;
-  const fs::path scenario = dir / "pose.json", log = dir / "log.jsonl", err = dir / "err.txt";
-  std::ofstream(scenario) << Scenario(pose);
-  const std::string command = kivrun + " " + kivrun_tmp + " --log '" + log.string() + "' '" +
-                              scenario.string() + "' 2>'" + err.string() + "'";
-  const auto start = std::chrono::steady_clock::now();
-  const int status = std::system(command.c_str());
-  round.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-    round.problem = "kivrun exited with " + std::to_string(WEXITSTATUS(status)) + ": " +
-                    ReadFile(err).substr(0, 400);
-    return round;
-  }
-  std::istringstream lines(ReadFile(log));
+  const benchrounds::PlayedRound played =
+      benchrounds::PlayRound(kivrun, folder, Scenario(pose), "pose");
+  round.seconds = played.seconds;
+  round.problem = played.problem;
+  if (!round.problem.empty()) return round;
+  std::istringstream lines(played.log);
   int answers = 0;
   for (std::string line; std::getline(lines, line);) {
     if (line.find("\"event\":\"answer\"") == std::string::npos) continue;
@@ -281,15 +256,9 @@ int main(int argc, char** argv) {
     }
   }
 
-  sandbox::PrivateTmp tmp;
-  tmp.Keep(kivrun);
-  if (!sandbox::EnterNodeTmp("calibration_accuracy", machine_tmp, &tmp, std::cerr)) {
-    return sandbox::kNoPrivateTmpExit;
-  }
-  const std::string kivrun_tmp = machine_tmp ? sandbox::kMachineTmpOption : "--private-tmp";
-  char pattern[] = "/tmp/calibration_accuracy.XXXXXX";
-  if (!mkdtemp(pattern)) return Usage("cannot make a folder under /tmp");
-  const fs::path dir = pattern;
+  benchrounds::BenchFolder folder;
+  int exit_code = 0;
+  if (!folder.Enter("calibration_accuracy", machine_tmp, kivrun, &exit_code)) return exit_code;
 
   Figures normal, offset, distance, rms, worst, seconds;
   int failed = 0;
@@ -300,7 +269,7 @@ int main(int argc, char** argv) {
   for (int i = 0; i < poses; ++i) {
     const long long number = first + i;
     const calctest::Pose pose = calctest::RandomPose(static_cast<uint64_t>(number));
-    const Round round = Play(kivrun, kivrun_tmp, pose, dir);
+    const Round round = Play(kivrun, folder, pose);
     if (!round.ran) {
       ++failed;
       std::printf("pose %lld: %s\n  %s\n", number, round.problem.c_str(),
@@ -323,7 +292,7 @@ int main(int argc, char** argv) {
           round.distance, round.rms[0], round.rms[1]);
     }
   }
-  fs::remove_all(dir);
+  fs::remove_all(folder.dir);
 
   const int planes = static_cast<int>(normal.values.size());
   std::printf("rounds that ran to their end: %d of %d\n", poses - failed, poses);

@@ -28,25 +28,20 @@
 #include <rapidjson/document.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
-#include <stdlib.h>
-#include <sys/wait.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iostream>
 #include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "bench/chain_check.h"
+#include "bench/kivrun_rounds.h"
 #include "platform/sandbox/node_tmp.h"
-#include "platform/sandbox/private_tmp.h"
 #include "platform/sunxi_cam/camera_sim.h"
 #include "tests/calc/target_pictures.h"
 #include "tools/kivrun/calc_plugin_nodes.h"
@@ -71,10 +66,7 @@ struct Figure {
   double Median() const {
     std::vector<double> v;
     for (double e : errors) v.push_back(std::fabs(e));
-    if (v.empty()) return 0;
-    std::sort(v.begin(), v.end());
-    const std::size_t n = v.size();
-    return n % 2 ? v[n / 2] : (v[n / 2 - 1] + v[n / 2]) / 2;
+    return benchrounds::Median(v);
   }
   // The standard deviation of the errors about their mean.
   double Spread() const {
@@ -98,13 +90,6 @@ struct Figure {
     return sigmas.empty() ? 0 : s / static_cast<double>(sigmas.size());
   }
 };
-
-std::string ReadFile(const fs::path& path) {
-  std::ifstream in(path);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
 
 // The shipped chain round with the robot in its first camera step and the
 // check's wait taking any verdict. Empty when the round is not as expected.
@@ -156,24 +141,17 @@ struct Round {
 // The figures read from the log, in this order.
 constexpr const char* kCameraMembers[] = {"fx", "fy", "cx", "cy", "k1", "height_cm", "pitch_deg"};
 
-Round Play(const std::string& kivrun, const std::string& kivrun_tmp, const std::string& text,
-           const fs::path& dir) {
+Round Play(const std::string& kivrun, const benchrounds::BenchFolder& folder,
+           const std::string& text) {
   Round round;
-  const fs::path scenario = dir / "robot.json", log = dir / "log.jsonl", err = dir / "err.txt";
-  std::ofstream(scenario) << text;
-  fs::remove_all(dir / "pictures");
-  const std::string command = kivrun + " " + kivrun_tmp + " --log '" + log.string() +
-                              "' --pictures-out '" + (dir / "pictures").string() + "' '" +
-                              scenario.string() + "' >/dev/null 2>'" + err.string() + "'";
-  const auto start = std::chrono::steady_clock::now();
-  const int status = std::system(command.c_str());
-  round.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-    round.problem = "kivrun exited with " + std::to_string(WEXITSTATUS(status)) + ": " +
-                    ReadFile(err).substr(0, 400);
-  }
+  const std::string pictures = folder.dir + "/pictures";
+  fs::remove_all(pictures);
+  const benchrounds::PlayedRound played =
+      benchrounds::PlayRound(kivrun, folder, text, "robot", "--pictures-out '" + pictures + "'");
+  round.seconds = played.seconds;
+  round.problem = played.problem;
   rapidjson::Document camera, plane, distance;
-  std::istringstream lines(ReadFile(log));
+  std::istringstream lines(played.log);
   for (std::string line; std::getline(lines, line);) {
     if (line.find("\"event\":\"answer\"") == std::string::npos) continue;
     rapidjson::Document e;
@@ -341,7 +319,7 @@ int main(int argc, char** argv) {
   rapidjson::Document chain;
   const std::string chain_path =
       std::string(LASERCALI_SOURCE_DIR) + "/scenarios/robot_chain_round.json";
-  chain.Parse(ReadFile(chain_path).c_str());
+  chain.Parse(benchrounds::ReadFile(chain_path).c_str());
   if (chain.HasParseError() || !chain.IsObject() || !chain.HasMember("steps")) {
     std::fprintf(stderr, "chain_accuracy: cannot read %s\n", chain_path.c_str());
     return 1;
@@ -353,15 +331,10 @@ int main(int argc, char** argv) {
   const sim::CameraModel preset_camera = sim::GetScene().camera;
   sim::Reset();
 
-  sandbox::PrivateTmp tmp;
-  tmp.Keep(kivrun);
-  if (!sandbox::EnterNodeTmp("chain_accuracy", machine_tmp, &tmp, std::cerr)) {
-    return sandbox::kNoPrivateTmpExit;
-  }
-  const std::string kivrun_tmp = machine_tmp ? sandbox::kMachineTmpOption : "--private-tmp";
-  char pattern[] = "/tmp/chain_accuracy.XXXXXX";
-  if (!mkdtemp(pattern)) return Usage("cannot make a folder under /tmp");
-  const fs::path dir = pattern;
+  benchrounds::BenchFolder folder;
+  int exit_code = 0;
+  if (!folder.Enter("chain_accuracy", machine_tmp, kivrun, &exit_code)) return exit_code;
+  const fs::path dir = folder.dir;
 
   std::setvbuf(stdout, nullptr, _IOLBF, 0);  // a line per robot as it comes
   std::vector<Figure> figures = NewFigures();
@@ -383,7 +356,7 @@ int main(int argc, char** argv) {
                    chain_path.c_str());
       return 1;
     }
-    const Round round = Play(kivrun, kivrun_tmp, text, dir);
+    const Round round = Play(kivrun, folder, text);
     seconds.push_back(round.seconds);
     checks_passed += round.check_result == 1;
     recovered_bias.errors.push_back(round.check_bias);
