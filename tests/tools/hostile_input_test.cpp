@@ -31,6 +31,7 @@
 
 #include "platform/sunxi_cam/camera_sim.h"
 #include "tests/support/program_run.h"
+#include "tests/support/refusal_in_folder.h"
 #include "tests/support/stripe_pictures.h"
 #include "tools/kivrun/scenario.h"
 #include "tools/stripe_tool/picture_input.h"
@@ -135,16 +136,7 @@ class HostileInputTest : public ::testing::Test {
   // run from their working folder; "" when it throws nothing.
   template <typename Read>
   std::string InFolder(const Read& read) {
-    const fs::path before = fs::current_path();
-    fs::current_path(dir_);
-    std::string message;
-    try {
-      read();
-    } catch (const std::exception& e) {
-      message = e.what();
-    }
-    fs::current_path(before);
-    return message;
+    return testsupport::RefusalInFolder(dir_, read);
   }
   std::string ScenarioRefusal(const std::string& name) {
     return InFolder([&name] { kivrun::LoadScenario(name); });

@@ -22,6 +22,7 @@
 #include "platform/sunxi_cam/camera_sim.h"
 #include "platform/sunxi_cam/sunxi_cam.h"
 #include "tests/support/program_run.h"
+#include "tests/support/refusal_in_folder.h"
 #include "tools/command_line.h"
 #include "tools/kivrun/chessboard_folder.h"
 #include "tools/sim_pictures/options.h"
@@ -198,15 +199,7 @@ TEST(SimPicturesCommandLineTest, HelpAndVersionArePrintedAndDone) {
 // as sim-pictures runs from its working folder; "" when nothing.
 template <typename Action>
 std::string RefusalIn(const fs::path& dir, const Action& read) {
-  const fs::path before = fs::current_path();
-  fs::current_path(dir);
-  std::string message;
-  try {
-    read();
-  } catch (const std::exception& e) {
-    message = e.what();
-  }
-  fs::current_path(before);
+  const std::string message = testsupport::RefusalInFolder(dir, read);
   sim::Reset();
   return message;
 }
