@@ -1,8 +1,14 @@
-// kivrun and stripe-inspect, run as programs, under hostile input: nesting
-// too deep, numbers past their range, keys with a NUL, files that are no
-// files, outputs that cannot be written (/dev/full, a terminal that has
-// gone away), picture headers that lie. Each must end with one clear message
-// naming the file (and the step), the documented exit code, and no crash.
+// kivrun and stripe-inspect under hostile input: nesting too deep, numbers
+// past their range, keys with a NUL, files that are no files, outputs that
+// cannot be written (/dev/full, a terminal that has gone away), picture
+// headers that lie. Each must end with one clear message naming the file
+// (and the step), the documented exit code, and no crash.
+//
+// Each kind of file and each output is given to the real program once;
+// files that differ from those only in their bytes go, in process, to the
+// reader the program uses (kivrun's scenario and JSON file readers, the
+// stripe cut's picture reader), run from the test's folder so that the
+// messages name the files as the programs do.
 //
 // The test binary runs in a /tmp of its own, and so do the programs it
 // starts; every file is written into the test's own folder.
@@ -23,8 +29,13 @@
 #include <string>
 #include <vector>
 
+#include "platform/sunxi_cam/camera_sim.h"
 #include "tests/support/program_run.h"
+#include "tests/support/refusal_in_folder.h"
 #include "tests/support/stripe_pictures.h"
+#include "tools/kivrun/scenario.h"
+#include "tools/stripe_tool/picture_input.h"
+#include "tools/stripe_tool/picture_output.h"
 
 namespace {
 
@@ -121,15 +132,26 @@ class HostileInputTest : public ::testing::Test {
                                "]}");
   }
 
-  // kivrun refused the scenario "s.json" with exit code 1 and this one line.
+  // The message `read` throws, run from the test's folder as the programs
+  // run from their working folder; "" when it throws nothing.
+  template <typename Read>
+  std::string InFolder(const Read& read) {
+    return testsupport::RefusalInFolder(dir_, read);
+  }
+  std::string ScenarioRefusal(const std::string& name) {
+    return InFolder([&name] { kivrun::LoadScenario(name); });
+  }
+  std::string ConfigRefusal(const std::string& name) {
+    return InFolder([&name] { kivrun::ReadJsonFile(name); });
+  }
+
+  // kivrun's scenario reader refuses the scenario "s.json" with `message`
+  // (kivrun shows it after "kivrun: ", exit code 1).
   void ExpectScenarioError(const std::string& steps, const std::string& message,
                            const std::string& extra = "") {
     SCOPED_TRACE(steps);
     Scenario(steps, extra);
-    const ProgramRun run = Kivrun("--log=" + Path("log.jsonl") + " s.json");
-    EXPECT_EQ(run.status, 1);
-    ASSERT_EQ(run.err.size(), 1u);
-    EXPECT_EQ(run.err[0], "kivrun: " + message);
+    EXPECT_EQ(ScenarioRefusal("s.json"), message);
   }
 
   // The events of a log file, each checked to be valid JSON.
@@ -166,23 +188,26 @@ TEST_F(HostileInputTest, NestingDeeperThanTheLimitIsRefusedWhereverItIs) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.steps.substr(0, 40) + c.extra.substr(0, 40));
     Write("s.json", "{" + c.extra + R"("steps": [)" + c.steps + "]}");
-    const ProgramRun run = Kivrun("--log=" + Path("log.jsonl") + " s.json");
-    EXPECT_EQ(run.status, 1);
-    ASSERT_EQ(run.err.size(), 1u);
-    EXPECT_EQ(run.err[0].rfind("kivrun: s.json:1:", 0), 0u) << run.err[0];
-    EXPECT_NE(run.err[0].find(":" + too_deep), std::string::npos) << run.err[0];
+    const std::string message = ScenarioRefusal("s.json");
+    EXPECT_EQ(message.rfind("s.json:1:", 0), 0u) << message;
+    EXPECT_NE(message.find(":" + too_deep), std::string::npos) << message;
   }
+  // kivrun itself, on the first.
+  Write("s.json", "{" + cases[0].extra + R"("steps": []})");
+  ProgramRun run = Kivrun("--log=" + Path("log.jsonl") + " s.json");
+  EXPECT_EQ(run.status, 1);
+  ASSERT_EQ(run.err.size(), 1u);
+  EXPECT_EQ(run.err[0].rfind("kivrun: s.json:1:", 0), 0u) << run.err[0];
+  EXPECT_NE(run.err[0].find(":" + too_deep), std::string::npos) << run.err[0];
+
   // A configuration file, given on the command line or by the scenario.
   Write("deep.json", R"({"name": )" + deep + "}");
-  ProgramRun run = Kivrun("--config deep.json");
+  run = Kivrun("--config deep.json");
   EXPECT_EQ(run.status, 1);
   ASSERT_EQ(run.err.size(), 1u);
   EXPECT_EQ(run.err[0], "kivrun: deep.json:1:73:" + too_deep);
   Write("s.json", R"({"config_file": "deep.json", "steps": []})");
-  run = Kivrun("s.json");
-  EXPECT_EQ(run.status, 1);
-  ASSERT_EQ(run.err.size(), 1u);
-  EXPECT_EQ(run.err[0], "kivrun: ./deep.json:1:73:" + too_deep);
+  EXPECT_EQ(ScenarioRefusal("s.json"), "./deep.json:1:73:" + too_deep);
 }
 
 TEST_F(HostileInputTest, TimeValuesOutsideTheirRangeAreRefusedNamingTheStep) {
@@ -251,38 +276,22 @@ TEST_F(HostileInputTest, AKeyWithANulIsUnknownAndShownEscaped) {
 
 TEST_F(HostileInputTest, WhatIsNoFileIsNamedForWhatItIs) {
   fs::create_directory(dir_ / "folder.json");
-  ProgramRun run = Kivrun("folder.json");
+  const ProgramRun run = Kivrun("folder.json");
   EXPECT_EQ(run.status, 1);
   ASSERT_EQ(run.err.size(), 1u);
   EXPECT_EQ(run.err[0], "kivrun: folder.json: is a folder, not a file");
-  run = Kivrun("--config folder.json");
-  EXPECT_EQ(run.status, 1);
-  ASSERT_EQ(run.err.size(), 1u);
-  EXPECT_EQ(run.err[0], "kivrun: folder.json: is a folder, not a file");
-  run = Kivrun("/dev/zero");
-  EXPECT_EQ(run.status, 1);
-  ASSERT_EQ(run.err.size(), 1u);
-  EXPECT_EQ(run.err[0], "kivrun: /dev/zero: is not a regular file (a device, a pipe or a socket)");
-  run = Kivrun("--config /dev/zero");
-  EXPECT_EQ(run.status, 1);
-  ASSERT_EQ(run.err.size(), 1u);
-  EXPECT_EQ(run.err[0], "kivrun: /dev/zero: is not a regular file (a device, a pipe or a socket)");
+  EXPECT_EQ(ConfigRefusal("folder.json"), "folder.json: is a folder, not a file");
+  const std::string device = "/dev/zero: is not a regular file (a device, a pipe or a socket)";
+  EXPECT_EQ(ScenarioRefusal("/dev/zero"), device);
+  EXPECT_EQ(ConfigRefusal("/dev/zero"), device);
 
   // Larger than 16 MiB: refused before it is read.
   fs::resize_file(Write("big.json", "{}"), 16 * 1024 * 1024 + 1);
-  run = Kivrun("big.json");
-  EXPECT_EQ(run.status, 1);
-  ASSERT_EQ(run.err.size(), 1u);
-  EXPECT_EQ(run.err[0],
-            "kivrun: big.json: is 16777217 bytes; a JSON file may have at most 16777216 bytes "
-            "(16 MiB)");
+  const std::string big =
+      "big.json: is 16777217 bytes; a JSON file may have at most 16777216 bytes (16 MiB)";
+  EXPECT_EQ(ScenarioRefusal("big.json"), big);
   Write("s.json", R"({"config_file": "big.json", "steps": []})");
-  run = Kivrun("s.json");
-  EXPECT_EQ(run.status, 1);
-  ASSERT_EQ(run.err.size(), 1u);
-  EXPECT_EQ(run.err[0],
-            "kivrun: ./big.json: is 16777217 bytes; a JSON file may have at most 16777216 bytes "
-            "(16 MiB)");
+  EXPECT_EQ(ScenarioRefusal("s.json"), "./" + big);
 }
 
 TEST_F(HostileInputTest, ASendToATopicWithTwoRecordTypesAsksWhichOne) {
@@ -365,24 +374,45 @@ TEST_F(HostileInputTest, OutputsThatFailWithAnIoErrorAreReported) {
   EXPECT_EQ(run.err[0], "stripe-inspect: cannot write standard output: Input/output error");
 }
 
+// The camera step's settings, as the camera simulator reads them in kivrun;
+// the message that names what is wrong, or "".
+std::string CameraRefusal(const std::string& settings) {
+  rapidjson::Document json;
+  json.Parse(settings.c_str());
+  sunxi_cam::sim::Reset();
+  std::string message;
+  try {
+    sunxi_cam::sim::Configure(json);
+  } catch (const std::exception& e) {
+    message = e.what();
+  }
+  sunxi_cam::sim::Reset();
+  return message;
+}
+
 TEST_F(HostileInputTest, CameraSceneValuesOutsideTheirRangeNameTheMember) {
-  ExpectScenarioError(R"({"camera": {"scene": {"camera": {"fx": 1e300}}}})",
-                      "s.json: step 1: camera sim: scene.camera.fx must be greater than 0 and at "
-                      "most 100000");
-  ExpectScenarioError(R"({"camera": {"scene": {"left_laser": {"y": -1e300}}}})",
-                      "s.json: step 1: camera sim: scene.left_laser.y must be between -1000 and "
-                      "1000");
-  ExpectScenarioError(R"({"camera": {"distance": 1e300}})",
-                      "s.json: step 1: camera sim: distance must be greater than 0 and at most "
-                      "10000");
+  Scenario(R"({"camera": {"scene": {"camera": {"fx": 1e300}}}})");
+  const ProgramRun run = Kivrun("--log=" + Path("log.jsonl") + " s.json");
+  EXPECT_EQ(run.status, 1);
+  ASSERT_EQ(run.err.size(), 1u);
+  EXPECT_EQ(run.err[0],
+            "kivrun: s.json: step 1: camera sim: scene.camera.fx must be greater than 0 and at "
+            "most 100000");
+  EXPECT_EQ(CameraRefusal(R"({"scene": {"left_laser": {"y": -1e300}}})"),
+            "camera sim: scene.left_laser.y must be between -1000 and 1000");
+  EXPECT_EQ(CameraRefusal(R"({"distance": 1e300})"),
+            "camera sim: distance must be greater than 0 and at most 10000");
 }
 
 TEST_F(HostileInputTest, APictureHeaderThatLiesIsNamedInPlainWords) {
   Write("huge.bmp", BmpHeader(100000, 100000));
-  ExpectScenarioError(R"({"camera": {"images": {"left": "huge.bmp"}}})",
-                      "s.json: step 1: camera sim: images.left: image file 'huge.bmp' is a BMP "
-                      "picture whose header claims 100000 x 100000 pixels; the camera needs 640 x "
-                      "480 with one 8-bit channel (grayscale)");
+  // The camera step's picture, read from kivrun's working folder.
+  std::string message;
+  InFolder([&message] { message = CameraRefusal(R"({"images": {"left": "huge.bmp"}})"); });
+  EXPECT_EQ(message,
+            "camera sim: images.left: image file 'huge.bmp' is a BMP picture whose header claims "
+            "100000 x 100000 pixels; the camera needs 640 x 480 with one 8-bit channel "
+            "(grayscale)");
 
   // A simulated calculation node that needs the picture refuses it.
   Scenario(R"({"responder": "ieparam", "needs": [")" + Path("huge.bmp") + R"("]},
@@ -401,14 +431,12 @@ TEST_F(HostileInputTest, APictureHeaderThatLiesIsNamedInPlainWords) {
   }
   EXPECT_TRUE(refused);
 
-  // Too wide, and upside down at the most negative height.
+  // Too wide, and upside down at the most negative height: stripe-inspect's
+  // picture reader (a huge picture given to stripe-inspect itself is below).
   Write("wide.bmp", BmpHeader(-2147483647 - 1, -2147483647 - 1));
-  const ProgramRun inspect = StripeInspect("wide.bmp");
-  EXPECT_EQ(inspect.status, 1);
-  ASSERT_EQ(inspect.err.size(), 1u);
-  EXPECT_EQ(inspect.err[0],
-            "stripe-inspect: 'wide.bmp' is a BMP picture whose header claims -2147483648 x "
-            "2147483648 pixels; the stripe cut needs 640 x 480 with one 8-bit channel");
+  EXPECT_EQ(InFolder([] { stripetool::ReadPicture("wide.bmp", false); }),
+            "'wide.bmp' is a BMP picture whose header claims -2147483648 x 2147483648 pixels; the "
+            "stripe cut needs 640 x 480 with one 8-bit channel");
 }
 
 TEST_F(HostileInputTest, StripeInspectNamesAHugePictureInPlainWords) {
@@ -437,12 +465,12 @@ TEST_F(HostileInputTest, StripeInspectOutputsThatCannotBeWrittenAreReported) {
   ASSERT_EQ(run.err.size(), 1u);
   EXPECT_EQ(run.err[0],
             "stripe-inspect: cannot write the overlay to 'full.png': No space left on device");
-  run = StripeInspect("bent.bmp --overlay /dev/full");
-  EXPECT_EQ(run.status, 1);
-  ASSERT_EQ(run.err.size(), 1u);
-  EXPECT_EQ(run.err[0],
-            "stripe-inspect: cannot write the overlay to '/dev/full': the file name has no "
-            "extension (.png, .bmp, ...) to choose the picture format");
+  // A name without an extension gets none added: stripe-inspect's writer.
+  EXPECT_EQ(stripetool::PictureNameProblem("/dev/full", "overlay"),
+            "cannot write the overlay to '/dev/full': the file name has no extension (.png, "
+            ".bmp, ...) to choose the picture format");
+  EXPECT_THROW(stripetool::WritePicture("/dev/full", testsupport::BentStripePicture(), "overlay"),
+               std::runtime_error);
   EXPECT_FALSE(fs::exists("/dev/full.png"));
 
   for (const std::string args : {"bent.bmp", "bent.bmp --json", "--help", "--version"}) {

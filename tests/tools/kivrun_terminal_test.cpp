@@ -2,7 +2,11 @@
 // that pipes it: on a pseudo-terminal a scenario run shows its progress and
 // summary and says where the log and the page went (a folder named after
 // the scenario); piped, or with "--log -", the event log is on standard
-// output as always; the exit code is the round's either way.
+// output as always; the exit code is the round's either way. Runs that can
+// follow each other share a folder: the second and third rounds on a
+// terminal follow the first. ("--log=-" is read as "--log -":
+// kivrun_command_line_test; a round that runs out, piped, exits with 4:
+// the scenario test repeat_runs_out.)
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
@@ -49,7 +53,19 @@ class KivrunTerminalTest : public ::testing::Test {
   TempFolder dir_;
 };
 
-TEST_F(KivrunTerminalTest, TerminalShowsTheRoundAndWhereItWent) {
+TEST_F(KivrunTerminalTest, PipedTheLogOnATerminalTheRoundAndWhereItWent) {
+  // Piped: the log, and no folder.
+  ASSERT_EQ(Piped("'" + kScenario + "'"), 0);
+  const std::string piped = ReadFile(dir_.File("out.txt"));
+  EXPECT_EQ(piped.rfind("{\"t\":0,\"event\":\"load\",", 0), 0u) << piped.substr(0, 200);
+  EXPECT_FALSE(fs::exists(dir_.File("chessboard_round"))) << "a pipe gets the log, no folder";
+
+  const testsupport::PtyRun dash = OnTerminal("--log - '" + kScenario + "'");
+  ASSERT_EQ(dash.status, 0) << dash.out;
+  EXPECT_EQ(dash.out, piped) << "--log - on a terminal: the log, and nothing else";
+  EXPECT_FALSE(fs::exists(dir_.File("chessboard_round")));
+  EXPECT_FALSE(fs::exists(dir_.File("-"))) << "--log - names no file";
+
   const testsupport::PtyRun run = OnTerminal("'" + kScenario + "'");
   ASSERT_EQ(run.status, 0) << run.out;
   EXPECT_FALSE(HasLogLine(run.out)) << "no event log on the terminal:\n" << run.out;
@@ -59,8 +75,8 @@ TEST_F(KivrunTerminalTest, TerminalShowsTheRoundAndWhereItWent) {
       << run.out;
   EXPECT_TRUE(HasLine(run.out, "== the round ran to its end")) << run.out;
   EXPECT_NE(run.out.find("\nsimulated time:"), std::string::npos) << run.out;
-  EXPECT_TRUE(HasLine(run.out,
-                      "== the round's page, to open in a browser: chessboard_round/report.html"))
+  EXPECT_TRUE(
+      HasLine(run.out, "== the round's page, to open in a browser: chessboard_round/report.html"))
       << run.out;
   EXPECT_TRUE(HasLine(run.out,
                       "   event log: chessboard_round/events.jsonl; picture report: "
@@ -70,40 +86,10 @@ TEST_F(KivrunTerminalTest, TerminalShowsTheRoundAndWhereItWent) {
     EXPECT_TRUE(fs::is_regular_file(dir_.File("chessboard_round/") + file)) << file;
   }
   EXPECT_TRUE(fs::is_regular_file(dir_.File("chessboard_round/pictures/pic/chessboard.bmp")));
-
   // The log in the folder is the one a pipe gets.
-  ASSERT_EQ(Piped("'" + kScenario + "'"), 0);
-  const std::string piped = ReadFile(dir_.File("out.txt"));
-  EXPECT_EQ(piped.rfind("{\"t\":0,\"event\":\"load\",", 0), 0u) << piped.substr(0, 200);
   EXPECT_EQ(ReadFile(dir_.File("chessboard_round/events.jsonl")), piped);
-}
 
-TEST_F(KivrunTerminalTest, PipedAndLogDashWriteTheLogToStandardOutput) {
-  ASSERT_EQ(Piped("'" + kScenario + "'"), 0);
-  const std::string piped = ReadFile(dir_.File("out.txt"));
-  EXPECT_TRUE(HasLogLine(piped));
-  EXPECT_FALSE(fs::exists(dir_.File("chessboard_round"))) << "a pipe gets the log, no folder";
-
-  const testsupport::PtyRun dash = OnTerminal("--log - '" + kScenario + "'");
-  ASSERT_EQ(dash.status, 0) << dash.out;
-  EXPECT_EQ(dash.out, piped) << "--log - on a terminal: the log, and nothing else";
-  EXPECT_FALSE(fs::exists(dir_.File("chessboard_round")));
-
-  ASSERT_EQ(Piped("--log=- '" + kScenario + "'"), 0);
-  EXPECT_EQ(ReadFile(dir_.File("out.txt")), piped);
-  EXPECT_FALSE(fs::exists(dir_.File("-"))) << "--log - names no file";
-}
-
-TEST_F(KivrunTerminalTest, LogFileOnATerminalIsAsBefore) {
-  const testsupport::PtyRun run = OnTerminal("--log round.jsonl '" + kScenario + "'");
-  ASSERT_EQ(run.status, 0) << run.out;
-  EXPECT_EQ(run.out, "");
-  EXPECT_TRUE(HasLogLine(ReadFile(dir_.File("round.jsonl"))));
-  EXPECT_FALSE(fs::exists(dir_.File("chessboard_round")));
-}
-
-TEST_F(KivrunTerminalTest, SecondRoundReplacesTheFirstAndSparesOthersFiles) {
-  ASSERT_EQ(OnTerminal("'" + kScenario + "'").status, 0);
+  // A second round replaces the first, and spares others' files.
   const testsupport::PtyRun again = OnTerminal("'" + kScenario + "'");
   ASSERT_EQ(again.status, 0) << again.out;
   EXPECT_TRUE(HasLine(again.out,
@@ -125,6 +111,14 @@ TEST_F(KivrunTerminalTest, SecondRoundReplacesTheFirstAndSparesOthersFiles) {
       << third.out;
   EXPECT_EQ(ReadFile(dir_.File("chessboard_round/mine.txt")), "mine");
   EXPECT_TRUE(fs::is_regular_file(dir_.File("chessboard_round-2/events.jsonl")));
+}
+
+TEST_F(KivrunTerminalTest, LogFileOnATerminalIsAsBefore) {
+  const testsupport::PtyRun run = OnTerminal("--log round.jsonl '" + kScenario + "'");
+  ASSERT_EQ(run.status, 0) << run.out;
+  EXPECT_EQ(run.out, "");
+  EXPECT_TRUE(HasLogLine(ReadFile(dir_.File("round.jsonl"))));
+  EXPECT_FALSE(fs::exists(dir_.File("chessboard_round")));
 }
 
 TEST_F(KivrunTerminalTest, ReportFolderTakesTheLog) {
@@ -153,10 +147,9 @@ TEST_F(KivrunTerminalTest, ExitCodeIsTheRoundsOnATerminalToo) {
   const testsupport::PtyRun run = OnTerminal("'" + kRunsOut + "'");
   EXPECT_EQ(run.status, 4) << run.out;
   EXPECT_FALSE(HasLogLine(run.out)) << run.out;
-  EXPECT_TRUE(HasLine(run.out,
-                      "== the round's page, to open in a browser: repeat_runs_out/report.html"))
+  EXPECT_TRUE(
+      HasLine(run.out, "== the round's page, to open in a browser: repeat_runs_out/report.html"))
       << run.out;
-  EXPECT_EQ(Piped("'" + kRunsOut + "'"), 4);
 
   // A scenario that cannot be read stops before any folder is made.
   std::ofstream(dir_.File("broken.json")) << "{";

@@ -1,7 +1,10 @@
 // sim-pictures, run as a program: the folder it writes is what the camera
 // simulator shows at each distance, a round can be played on it (by default
 // the whole factory round, distance check and all), and a bad command line,
-// bad settings or an unwritable folder are refused.
+// bad settings or an unwritable folder are refused. Each way a setting
+// reaches the pictures is run once; the command lines, settings and views
+// it refuses are read in process, case by case, by the code sim-pictures
+// reads them with.
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>
 #include <sys/wait.h>
@@ -19,7 +22,11 @@
 #include "platform/sunxi_cam/camera_sim.h"
 #include "platform/sunxi_cam/sunxi_cam.h"
 #include "tests/support/program_run.h"
+#include "tests/support/refusal_in_folder.h"
+#include "tools/command_line.h"
 #include "tools/kivrun/chessboard_folder.h"
+#include "tools/sim_pictures/options.h"
+#include "tools/sim_pictures/settings.h"
 
 namespace {
 
@@ -63,9 +70,11 @@ class SimPicturesTest : public ::testing::Test {
 };
 
 TEST_F(SimPicturesTest, WritesWhatTheCameraShowsAtEachDistance) {
-  const ProgramRun run = Run("--distances 5,12.5 out");
+  const ProgramRun run = Run("--distances 5,12.5,30 out");
   ASSERT_EQ(run.status, 0) << run.err.size();
-  EXPECT_EQ(run.out, "out/5/left.png\nout/5/right.png\nout/12.5/left.png\nout/12.5/right.png\n");
+  EXPECT_EQ(run.out,
+            "out/5/left.png\nout/5/right.png\nout/12.5/left.png\nout/12.5/right.png\n"
+            "out/30/left.png\nout/30/right.png\n");
   for (double distance : {5.0, 12.5}) {
     const fs::path folder = dir_ / "out" / (distance == 5 ? "5" : "12.5");
     const cv::Mat left = cv::imread((folder / "left.png").string(), cv::IMREAD_UNCHANGED);
@@ -73,6 +82,17 @@ TEST_F(SimPicturesTest, WritesWhatTheCameraShowsAtEachDistance) {
     EXPECT_TRUE(Same(left, Shown("", distance, 1))) << distance;
     EXPECT_TRUE(Same(right, Shown("", distance, 8))) << distance;
   }
+
+  // The folder serves the camera as recorded pictures.
+  rapidjson::Document json;
+  const std::string settings = R"({"distance": 30, "pictures": ")" + (dir_ / "out").string() +
+                               R"(", "scene": {"background": {"seed": 7}}})";
+  json.Parse(settings.c_str());
+  sim::Reset();
+  sim::Configure(json);
+  // A copy: Shown() resets the simulator, which drops its frames.
+  const cv::Mat shown = cv::Mat(480, 640, CV_8UC1, const_cast<uint8_t*>(sim::Luminance(1))).clone();
+  EXPECT_TRUE(Same(shown, Shown("", 30, 1)));  // the default scene, not the seed-7 one
 }
 
 TEST_F(SimPicturesTest, SettingsSidesAndFormatAreTaken) {
@@ -85,19 +105,6 @@ TEST_F(SimPicturesTest, SettingsSidesAndFormatAreTaken) {
   const cv::Mat right = cv::imread((dir_ / "out/20/right.bmp").string(), cv::IMREAD_GRAYSCALE);
   EXPECT_TRUE(Same(right, Shown(settings, 20, 8)));
   EXPECT_FALSE(Same(right, Shown("", 20, 8)));  // the second stripe is there
-}
-
-TEST_F(SimPicturesTest, TheFolderServesTheCameraAsRecordedPictures) {
-  ASSERT_EQ(Run("--distances 30 out").status, 0);
-  rapidjson::Document json;
-  const std::string settings = R"({"distance": 30, "pictures": ")" + (dir_ / "out").string() +
-                               R"(", "scene": {"background": {"seed": 7}}})";
-  json.Parse(settings.c_str());
-  sim::Reset();
-  sim::Configure(json);
-  // A copy: Shown() resets the simulator, which drops its frames.
-  const cv::Mat shown = cv::Mat(480, 640, CV_8UC1, const_cast<uint8_t*>(sim::Luminance(1))).clone();
-  EXPECT_TRUE(Same(shown, Shown("", 30, 1)));  // the default scene, not the seed-7 one
 }
 
 TEST_F(SimPicturesTest, TheDefaultFolderServesAWholeFactoryRound) {
@@ -123,32 +130,102 @@ TEST_F(SimPicturesTest, TheDefaultFolderServesAWholeFactoryRound) {
   EXPECT_NE(log.find(R"("event":"answer","node":"distance","action":"answer")"), std::string::npos);
 }
 
+// sim-pictures' command line, read in process: what it was asked for, or
+// the message it refuses it with ("" when it takes it).
+simpictures::Options Read(std::vector<std::string> args, bool* done = nullptr) {
+  args.insert(args.begin(), "sim-pictures");
+  std::vector<char*> argv;
+  for (std::string& arg : args) argv.push_back(arg.data());
+  argv.push_back(nullptr);
+  bool finished = false;
+  return simpictures::ReadCommandLine(static_cast<int>(args.size()), argv.data(),
+                                      done ? done : &finished);
+}
+std::string Refusal(const std::vector<std::string>& args) {
+  try {
+    Read(args);
+    return "";
+  } catch (const toolcli::UsageError& e) {
+    return e.what();
+  }
+}
+
+TEST(SimPicturesCommandLineTest, TheOptionsAreTaken) {
+  const simpictures::Options options =
+      Read({"--preset", "robot", "--settings", "s.json", "--distances", "5,27.5", "--sides",
+            "right,other", "--format", "bmp", "--table", "app", "--exposure", "1900/48", "--views",
+            "v.json", "out"});
+  EXPECT_EQ(options.preset, "robot");
+  EXPECT_EQ(options.settings, "s.json");
+  EXPECT_EQ(options.distances, (std::vector<double>{5, 27.5}));
+  EXPECT_EQ(options.sides, (std::vector<std::string>{"right", "other"}));
+  EXPECT_EQ(options.format, "bmp");
+  EXPECT_TRUE(options.app_table);
+  EXPECT_FALSE(options.node_exposure);
+  EXPECT_EQ(options.exposure.exposure, 1900);
+  EXPECT_EQ(options.exposure.gain, 48);
+  EXPECT_TRUE(options.chessboard);  // --views implies it
+  EXPECT_EQ(options.views, "v.json");
+  EXPECT_EQ(options.out, "out");
+  EXPECT_TRUE(Read({"--distances", "none", "out"}).distances.empty());
+}
+
+TEST(SimPicturesCommandLineTest, BadCommandLinesAreRefused) {
+  EXPECT_EQ(Refusal({}), "give the folder to write the pictures into");
+  EXPECT_EQ(Refusal({"--distances", "5,x", "out"}),
+            "--distances needs numbers above 0 and at most 10000 separated by commas, not '5,x'");
+  EXPECT_EQ(Refusal({"--sides", "up", "out"}), "--sides needs left, right and/or other, not 'up'");
+  EXPECT_EQ(Refusal({"--exposure", "1900", "out"}),
+            "--exposure needs node or EXPOSURE/GAIN (as 1900/32), not '1900'");
+  EXPECT_EQ(Refusal({"--table", "shop", "out"}), "--table needs factory or app, not 'shop'");
+}
+
+TEST(SimPicturesCommandLineTest, HelpAndVersionArePrintedAndDone) {
+  bool done = false;
+  testing::internal::CaptureStdout();
+  Read({"--help"}, &done);
+  std::string out = testing::internal::GetCapturedStdout();
+  EXPECT_TRUE(done);
+  EXPECT_EQ(out.rfind("usage: sim-pictures [options] OUTDIR", 0), 0u) << out;
+  done = false;
+  testing::internal::CaptureStdout();
+  Read({"--version"}, &done);
+  out = testing::internal::GetCapturedStdout();
+  EXPECT_TRUE(done);
+  EXPECT_EQ(out.rfind("sim-pictures ", 0), 0u) << out;
+}
+
+// What ApplySettings or ReadBoardViews throw, run from the test's folder
+// as sim-pictures runs from its working folder; "" when nothing.
+template <typename Action>
+std::string RefusalIn(const fs::path& dir, const Action& read) {
+  const std::string message = testsupport::RefusalInFolder(dir, read);
+  sim::Reset();
+  return message;
+}
+
 TEST_F(SimPicturesTest, BadCommandLinesSettingsAndFoldersAreRefused) {
+  // Run as a program: the hint and the exit code of each kind of refusal.
   ProgramRun run = Run("");
   EXPECT_EQ(run.status, 2);
-  ASSERT_FALSE(run.err.empty());
+  ASSERT_EQ(run.err.size(), 2u);
   EXPECT_EQ(run.err[0], "sim-pictures: give the folder to write the pictures into");
-  run = Run("--distances 5,x out");
-  EXPECT_EQ(run.status, 2);
-  ASSERT_FALSE(run.err.empty());
-  EXPECT_EQ(run.err[0],
-            "sim-pictures: --distances needs numbers above 0 and at most 10000 separated by "
-            "commas, not '5,x'");
-  run = Run("--sides up out");
-  EXPECT_EQ(run.status, 2);
+  EXPECT_EQ(run.err[1], "Try 'sim-pictures --help' for usage.");
   run = Run(R"(--settings '{"scene": {"camera": {"fx": -1}}}' out)");
   EXPECT_EQ(run.status, 3);
   ASSERT_FALSE(run.err.empty());
   EXPECT_EQ(run.err[0].rfind("sim-pictures: camera sim: scene.camera.fx", 0), 0u) << run.err[0];
-  run = Run("--settings missing.json out");
-  EXPECT_EQ(run.status, 3);
-  ASSERT_FALSE(run.err.empty());
-  EXPECT_NE(run.err[0].find("missing.json"), std::string::npos) << run.err[0];
   ASSERT_EQ(std::system(("touch '" + (dir_ / "file").string() + "'").c_str()), 0);
   run = Run("--distances 5 file");
   EXPECT_EQ(run.status, 1);
   ASSERT_FALSE(run.err.empty());
   EXPECT_EQ(run.err[0].rfind("sim-pictures: cannot make the folder 'file/5'", 0), 0u) << run.err[0];
+
+  // A settings file that is not there.
+  simpictures::Options options;
+  options.settings = "missing.json";
+  const std::string missing = RefusalIn(dir_, [&options] { simpictures::ApplySettings(options); });
+  EXPECT_NE(missing.find("missing.json"), std::string::npos) << missing;
 }
 
 // What the camera shows under `settings` at that distance with the sensor
@@ -236,34 +313,23 @@ TEST_F(SimPicturesTest, ChessboardViewsComeWithTheBoardsGeometry) {
   EXPECT_FALSE(fs::exists(dir_ / "out" / "5"));  // --distances none
 }
 
-TEST_F(SimPicturesTest, BadPresetsExposuresAndViewsAreRefused) {
-  ProgramRun run = Run("--preset robt out");
-  EXPECT_EQ(run.status, 3);
-  ASSERT_FALSE(run.err.empty());
-  EXPECT_EQ(run.err[0],
-            "sim-pictures: camera sim: preset must be harsh, ideal or robot, or a file ending in "
-            ".json (not 'robt')");
-  run = Run("--exposure 1900 out");
-  EXPECT_EQ(run.status, 2);
-  ASSERT_FALSE(run.err.empty());
-  EXPECT_EQ(run.err[0],
-            "sim-pictures: --exposure needs node or EXPOSURE/GAIN (as 1900/32), not '1900'");
-  EXPECT_EQ(Run("--table shop out").status, 2);
+TEST_F(SimPicturesTest, BadPresetsAndViewsAreRefused) {
+  simpictures::Options options;
+  options.preset = "robt";
+  EXPECT_EQ(RefusalIn(dir_, [&options] { simpictures::ApplySettings(options); }),
+            "camera sim: preset must be harsh, ideal or robot, or a file ending in .json (not "
+            "'robt')");
   ASSERT_EQ(std::system(("echo '{\"board\": {}, \"views\": [{\"x\": 0, \"tilt\": 3}]}' > '" +
                          (dir_ / "views.json").string() + "'")
                             .c_str()),
             0);
-  run = Run("--views views.json --distances none out");
-  EXPECT_EQ(run.status, 3);
-  ASSERT_FALSE(run.err.empty());
-  EXPECT_EQ(run.err[0],
-            "sim-pictures: views.json: views[0]: tilt is not a pose member (x, y, z, yaw, pitch, "
-            "roll)");
+  EXPECT_EQ(RefusalIn(dir_, [] { simpictures::ReadBoardViews("views.json"); }),
+            "views.json: views[0]: tilt is not a pose member (x, y, z, yaw, pitch, roll)");
   ASSERT_EQ(std::system(("echo '{\"board\": {}, \"views\": [{\"x\": 40}]}' > '" +
                          (dir_ / "views.json").string() + "'")
                             .c_str()),
             0);
-  run = Run("--preset robot --views views.json --distances none out");
+  const ProgramRun run = Run("--preset robot --views views.json --distances none out");
   EXPECT_EQ(run.status, 3);
   ASSERT_FALSE(run.err.empty());
   EXPECT_EQ(run.err[0].rfind("sim-pictures: view 1: camera sim: scene.board must be in view", 0),
@@ -271,13 +337,11 @@ TEST_F(SimPicturesTest, BadPresetsExposuresAndViewsAreRefused) {
       << run.err[0];
 }
 
-TEST_F(SimPicturesTest, HelpAndVersion) {
-  ProgramRun run = Run("--help");
+TEST_F(SimPicturesTest, HelpIsWrittenToStandardOutput) {
+  const ProgramRun run = Run("--help");
   EXPECT_EQ(run.status, 0);
   EXPECT_EQ(run.out.rfind("usage: sim-pictures [options] OUTDIR", 0), 0u);
-  run = Run("--version");
-  EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(run.out.rfind("sim-pictures ", 0), 0u);
+  EXPECT_TRUE(run.err.empty());
 }
 
 }  // namespace

@@ -1,8 +1,5 @@
 // kivrun: plays a scenario against the calibration node on a PC.
-#include <getopt.h>
 #include <limits.h>
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -19,6 +16,7 @@
 #include "platform/sandbox/private_tmp.h"
 #include "tools/command_line.h"
 #include "tools/kivrun/chessboard_folder.h"
+#include "tools/kivrun/kivrun_command_line.h"
 #include "tools/kivrun/output_file.h"
 #include "tools/kivrun/picture_option.h"
 #include "tools/kivrun/progress.h"
@@ -30,76 +28,6 @@
 #include "tools/version.h"
 
 namespace {
-
-// The options, as getopt_long reads them. A long option without a short name
-// gets an id above 255.
-enum OptionId {
-  kHelp = 'h',
-  kConfig = 256,
-  kPlugin,
-  kLog,
-  kEcho,
-  kTraceTimes,
-  kProgress,
-  kRealtime,
-  kReport,
-  kVersion,
-  kPrivateTmp,
-  kMachineTmp,
-  kPicturesOut,
-  kReplay,
-  kPictures,
-};
-
-const std::vector<toolcli::Option> kOptions = {
-    {"config", 0, "a file", kConfig},
-    {"plugin", 0, "a path", kPlugin},
-    {"log", 0, "a file", kLog},
-    {"echo", 0, nullptr, kEcho},
-    {"trace-times", 0, "a file", kTraceTimes},
-    {"progress", 0, nullptr, kProgress},
-    {"realtime", 0, nullptr, kRealtime},
-    {"report", 0, "a folder", kReport},
-    {"help", 'h', nullptr, kHelp},
-    {"version", 0, nullptr, kVersion},
-    {"private-tmp", 0, nullptr, kPrivateTmp},
-    {"machine-tmp", 0, nullptr, kMachineTmp},
-    {"pictures-out", 0, "a folder", kPicturesOut},
-    {"replay", 0, "an event log", kReplay},
-    {"pictures", 0, "a folder", kPictures},
-};
-
-// toolcli's options take a value always or never; --echo takes one only in
-// the form "--echo=raw". A first pass of getopt_long over the same options,
-// with --echo's value optional, finds the arguments "--echo=VALUE" (under
-// any prefix that names only --echo): they are put in `args` as "--echo".
-// Returns for every --echo, in order, whether it had a value (an empty one
-// too) and the value.
-std::vector<std::pair<bool, std::string>> TakeEchoValues(std::vector<std::string>& args) {
-  std::vector<char*> argv;
-  for (std::string& arg : args) argv.push_back(arg.data());
-  argv.push_back(nullptr);
-  std::vector<struct option> longopts;
-  for (const toolcli::Option& option : kOptions) {
-    const int has_arg = option.id == kEcho  ? optional_argument
-                        : option.value_name ? required_argument
-                                            : no_argument;
-    longopts.push_back({option.name, has_arg, nullptr, option.id});
-  }
-  longopts.push_back({nullptr, 0, nullptr, 0});
-  std::vector<std::pair<bool, std::string>> values;
-  std::vector<std::size_t> attached;
-  opterr = 0;
-  optind = 0;  // start afresh
-  const int argc = static_cast<int>(args.size());
-  for (int c; (c = getopt_long(argc, argv.data(), "-:h", longopts.data(), nullptr)) != -1;) {
-    if (c != kEcho) continue;
-    values.emplace_back(optarg != nullptr, optarg != nullptr ? optarg : "");
-    if (optarg != nullptr) attached.push_back(static_cast<std::size_t>(optind - 1));
-  }
-  for (std::size_t index : attached) args[index] = "--echo";
-  return values;
-}
 
 // Where kivrun finds its plug-ins: in its build folder the ones built with
 // it, anywhere else the ones installed beside it (KIVRUN_INSTALLED_PLUGINS,
@@ -138,121 +66,40 @@ int StdoutWritten() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  kivrun::Options options;
-  FindPlugins(&options);
-  options.plugins = {kivrun::FindPlugin(options, "liblasercali.so")};
-  bool plugin_given = false;
-  std::string scenario_path, config_path, log_path, trace_path, pictures_out, replay_path;
-  std::string pictures;
-  bool echo = false, progress = false, private_tmp = false, machine_tmp = false;
-  bool log_to_stdout = false;  // --log -
-
-  std::vector<std::string> args(argv, argv + argc);
-  const std::vector<std::pair<bool, std::string>> echo_values = TakeEchoValues(args);
-  std::size_t echo_count = 0;
-  std::vector<char*> arg_pointers;
-  for (std::string& arg : args) arg_pointers.push_back(arg.data());
-  arg_pointers.push_back(nullptr);
-  toolcli::CommandLine command_line(argc, arg_pointers.data(), kOptions);
+  kivrun::CommandLineRequest request;
   try {
-    int id = 0;
-    std::string value;
-    while (command_line.Next(&id, &value)) {
-      switch (id) {
-        case kHelp:
-          std::cout << kivrun::kUsage;
-          return StdoutWritten();
-        case kVersion:
-          toolcli::PrintVersion(std::cout, "kivrun");
-          return StdoutWritten();
-        case kConfig:
-          config_path = value;
-          break;
-        case kPlugin:
-          // The first --plugin takes the default's place; the others come after it.
-          if (!plugin_given) options.plugins.clear();
-          plugin_given = true;
-          options.plugins.push_back(value);
-          break;
-        case kLog:
-          log_to_stdout = value == "-";
-          log_path = log_to_stdout ? "" : value;
-          break;
-        case kTraceTimes:
-          trace_path = value;
-          break;
-        case kReport:
-          options.report_dir = value;
-          options.report_name = value;
-          break;
-        case kEcho: {
-          echo = true;
-          options.fold_echo = true;
-          if (echo_count >= echo_values.size() || !echo_values[echo_count++].first) break;
-          const std::string& mode = echo_values[echo_count - 1].second;
-          if (mode != "raw") {
-            throw toolcli::UsageError("--echo takes no value or the value raw, not '" + mode + "'");
-          }
-          options.fold_echo = false;
-          break;
-        }
-        case kReplay:
-          replay_path = value;
-          break;
-        case kPictures:
-          pictures = kivrun::PictureFolder(value);
-          break;
-        case kProgress:
-          progress = true;
-          break;
-        case kRealtime:
-          options.realtime = true;
-          break;
-        case kPrivateTmp:
-          private_tmp = true;
-          break;
-        case kMachineTmp:
-          machine_tmp = true;
-          break;
-        case kPicturesOut:
-          pictures_out = value;
-          break;
-      }
-    }
+    request = kivrun::ReadCommandLine(std::vector<std::string>(argv, argv + argc));
   } catch (const toolcli::UsageError& e) {
     return UsageError(e.what());
   }
-  if (machine_tmp && private_tmp) {
-    return UsageError("--machine-tmp and --private-tmp ask for two different /tmp; give one");
+  if (request.action == kivrun::CommandLineRequest::Action::kHelp) {
+    std::cout << kivrun::kUsage;
+    return StdoutWritten();
   }
-  if (machine_tmp && !pictures_out.empty()) {
-    return UsageError(
-        "--pictures-out copies the node's pictures out of its private /tmp; with --machine-tmp "
-        "they stay in the machine's /tmp");
+  if (request.action == kivrun::CommandLineRequest::Action::kVersion) {
+    toolcli::PrintVersion(std::cout, "kivrun");
+    return StdoutWritten();
   }
-  const std::vector<std::string>& operands = command_line.Operands();
-  if (!replay_path.empty()) {
-    if (!operands.empty()) {
-      return UsageError("--replay plays a recorded log, not a scenario (got " + operands[0] + ")");
-    }
-    if (!config_path.empty()) {
-      return UsageError(
-          "--replay builds the node from the recorded configuration; leave out --config");
-    }
-    if (options.realtime) {
-      return UsageError("--replay plays on the virtual clock; leave out --realtime");
-    }
-    if (!pictures.empty()) {
-      return UsageError("--replay plays the camera settings as recorded; leave out --pictures");
-    }
-  }
-  if (operands.size() > 1) {
-    return UsageError("one scenario at a time (got " + operands[0] + " and " + operands[1] + ")");
-  }
-  if (operands.size() == 1) scenario_path = operands[0];
-  if (scenario_path.empty() && config_path.empty() && replay_path.empty()) {
-    return UsageError("give a scenario, a --config or a --replay");
-  }
+  kivrun::Options options;
+  FindPlugins(&options);
+  // The first --plugin takes the default's place; the others come after it.
+  options.plugins = request.plugins.empty()
+                        ? std::vector<std::string>{kivrun::FindPlugin(options, "liblasercali.so")}
+                        : request.plugins;
+  options.report_dir = request.report_dir;
+  options.report_name = request.report_dir;
+  options.fold_echo = request.fold_echo;
+  options.realtime = request.realtime;
+  const std::string& scenario_path = request.scenario_path;
+  const std::string& config_path = request.config_path;
+  const std::string& replay_path = request.replay_path;
+  const std::string& pictures = request.pictures;
+  std::string log_path = request.log_path;
+  std::string trace_path = request.trace_path;
+  std::string pictures_out = request.pictures_out;
+  const bool echo = request.echo, machine_tmp = request.machine_tmp;
+  const bool log_to_stdout = request.log_to_stdout;
+  bool progress = request.progress;
 
   kivrun::Scenario scenario;
   kivrun::Recording recording;

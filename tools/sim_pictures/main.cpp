@@ -38,6 +38,7 @@
 #include "tools/sim_pictures/chessboard.h"
 #include "tools/sim_pictures/node_setting.h"
 #include "tools/sim_pictures/options.h"
+#include "tools/sim_pictures/settings.h"
 #include "tools/version.h"
 
 namespace {
@@ -67,27 +68,6 @@ std::string Write(const std::string& path, const cv::Mat& picture, const std::st
   out.flush();
   if (!file.Close()) return file.reason();
   return "";
-}
-
-// Applies the preset, then the settings; throws what the simulator refuses.
-void ApplySettings(const Options& options) {
-  if (!options.preset.empty()) {
-    rapidjson::Document preset(rapidjson::kObjectType);
-    preset.AddMember("preset", rapidjson::Value(options.preset.c_str(), preset.GetAllocator()),
-                     preset.GetAllocator());
-    sim::Configure(preset);
-  }
-  if (options.settings.empty()) return;
-  const bool text = options.settings.find('{') != std::string::npos;
-  std::shared_ptr<rapidjson::Document> settings =
-      text ? kivrun::ParseJsonText(options.settings, "--settings")
-           : kivrun::ReadJsonFile(options.settings);
-  sim::Configure(*settings);
-}
-
-simpictures::BoardViews ReadBoardViews(const std::string& file) {
-  if (file.empty()) return simpictures::ReadViews(simpictures::ShippedViewsText(), "shipped views");
-  return simpictures::ReadViews(kivrun::ReadTextFile(file), file);
 }
 
 // Hands exposure and gain to the sensor; "" or what went wrong.
@@ -210,8 +190,8 @@ int main(int argc, char** argv) {
   sim::Reset();
   simpictures::BoardViews views;
   try {
-    ApplySettings(options);
-    if (options.chessboard) views = ReadBoardViews(options.views);
+    simpictures::ApplySettings(options);
+    if (options.chessboard) views = simpictures::ReadBoardViews(options.views);
   } catch (const std::exception& error) {
     std::cerr << kProgram << ": " << error.what() << "\n";
     return kSettingsError;
