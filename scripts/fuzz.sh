@@ -93,10 +93,11 @@ if [ -f "$work/CMakeCache.txt" ] &&
   rm -rf "$work/CMakeCache.txt" "$work/CMakeFiles"
 fi
 echo "fuzz.sh: building the fuzz targets in $work/"
-# -O1, as libFuzzer's own examples build, and line tables only (-g1): a
-# quicker build, and a crash's stack still names file and line.
+# Line tables only (-g1): a crash's stack still names file and line. (-O1
+# builds about 15 s quicker but runs a third to two thirds fewer inputs in
+# the same time.)
 cmake -S . -B "$work" -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-  -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -g1 -DNDEBUG" -DLASERCALI_FUZZ=ON >"$work/configure.log" 2>&1 ||
+  -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O2 -g1 -DNDEBUG" -DLASERCALI_FUZZ=ON >"$work/configure.log" 2>&1 ||
   { cat "$work/configure.log" >&2; fail 4 "configuring $work failed"; }
 cmake --build "$work" --target fuzz_targets -j"$(nproc 2>/dev/null || echo 2)" >"$work/build.log" 2>&1 ||
   { tail -n 40 "$work/build.log" >&2; fail 4 "building the fuzz targets failed ($work/build.log)"; }
