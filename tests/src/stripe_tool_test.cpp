@@ -1,7 +1,7 @@
 // stripe-inspect, run as a program on pictures written for the test: one
 // run for each way the program's parts meet (the report of one picture, its
 // outputs and failures, a list, the command line's refusal, help and
-// version). Reading the command line is inspect_options_test's, in process.
+// version). Reading the command line is stripe_options_test's, in process.
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>
 #include <stdlib.h>
@@ -248,7 +248,7 @@ TEST_F(StripeInspectTest, ADamagedPictureGivesOneMessageNamingIt) {
 }
 
 TEST_F(StripeInspectTest, TheLaserComesFromThePath) {
-  // --side over the path is inspect_options_test's; --side reaching the
+  // --side over the path is stripe_options_test's; --side reaching the
   // cut is CutPictureIsReportedAndWrittenAsTheNodeWouldStoreIt's.
   fs::create_directories(dir_ / "right");
   const cv::Mat picture = testsupport::BentStripePicture();
@@ -285,7 +285,7 @@ TEST_F(StripeInspectTest, SeveralPicturesGiveAList) {
 }
 
 // Every bad command line, each number option's forms and the list rules
-// are inspect_options_test's, in process; here, that a refusal reaches the
+// are stripe_options_test's, in process; here, that a refusal reaches the
 // user as every tool shows one, and nothing else is done.
 TEST_F(StripeInspectTest, ABadCommandLineExitsWith2AndNamesTheProblem) {
   const std::string path = Picture("bent.png", testsupport::BentStripePicture());

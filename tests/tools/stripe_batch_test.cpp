@@ -2,7 +2,7 @@
 // pictures that are cut, refused and unreadable; the list, its summary, CSV
 // and JSON, the same output for every number of jobs, the contact sheet, the
 // exit codes, and outputs that cannot be written. Each run shows as much as
-// it can at once; the command line's rules are inspect_options_test's.
+// it can at once; the command line's rules are stripe_options_test's.
 //
 // The test binary runs in a /tmp of its own; every file is written into the
 // test's own folder, and the program runs from there.
@@ -365,7 +365,7 @@ TEST_F(StripeBatchTest, AListThatCannotBeWrittenIsReported) {
 }
 
 TEST_F(StripeBatchTest, OptionsForOnePictureAreRefusedForManyBeforeAnyWork) {
-  // Every such refusal, word for word, is inspect_options_test's.
+  // Every such refusal, word for word, is stripe_options_test's.
   Session();
   const ProgramRun run = Inspect("session/left/500.bmp --sheet s.png --out c.bmp");
   EXPECT_EQ(run.status, 2);

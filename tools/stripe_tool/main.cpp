@@ -25,7 +25,7 @@
 #include "tools/stripe_tool/contact_sheet.h"
 #include "tools/stripe_tool/findings.h"
 #include "tools/stripe_tool/in_order.h"
-#include "tools/stripe_tool/inspect_options.h"
+#include "tools/stripe_tool/stripe_options.h"
 #include "tools/stripe_tool/overlay.h"
 #include "tools/stripe_tool/picture_input.h"
 #include "tools/stripe_tool/picture_list.h"

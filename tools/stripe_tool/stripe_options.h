@@ -15,8 +15,8 @@
 // The only file system access is asking whether a lone picture is a folder
 // (a folder makes a list). Each call reads its argv afresh, so it may be
 // called any number of times in one process, one after another.
-#ifndef LASERCALI_TOOLS_STRIPE_TOOL_INSPECT_OPTIONS_H_
-#define LASERCALI_TOOLS_STRIPE_TOOL_INSPECT_OPTIONS_H_
+#ifndef LASERCALI_TOOLS_STRIPE_TOOL_STRIPE_OPTIONS_H_
+#define LASERCALI_TOOLS_STRIPE_TOOL_STRIPE_OPTIONS_H_
 
 #include <cstdint>
 #include <optional>
@@ -49,4 +49,4 @@ int ModeOf(const Options& options, const std::string& path);
 
 }  // namespace stripetool
 
-#endif  // LASERCALI_TOOLS_STRIPE_TOOL_INSPECT_OPTIONS_H_
+#endif  // LASERCALI_TOOLS_STRIPE_TOOL_STRIPE_OPTIONS_H_

@@ -1,4 +1,4 @@
-#include "tools/stripe_tool/inspect_options.h"
+#include "tools/stripe_tool/stripe_options.h"
 
 #include <string>
 #include <vector>

@@ -1,7 +1,7 @@
 // stripe-inspect's command line, read in process: every refusal with its
 // message, the numbers it takes, the laser of a picture, and which command
 // lines make a list.
-#include "tools/stripe_tool/inspect_options.h"
+#include "tools/stripe_tool/stripe_options.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -55,7 +55,7 @@ std::string Refusal(const std::vector<std::string>& args) {
 
 // Each test runs in a folder of its own holding a picture file (never read
 // here) and a folder of pictures, named as the command lines name them.
-class InspectOptionsTest : public ::testing::Test {
+class StripeOptionsTest : public ::testing::Test {
  protected:
   void SetUp() override {
     char cwd[PATH_MAX];
@@ -73,7 +73,7 @@ class InspectOptionsTest : public ::testing::Test {
   std::string cwd_;
 };
 
-TEST_F(InspectOptionsTest, BadCommandLinesNameTheProblem) {
+TEST_F(StripeOptionsTest, BadCommandLinesNameTheProblem) {
   const std::string path = "bent.png";
   const struct {
     std::vector<std::string> args;
@@ -99,7 +99,7 @@ TEST_F(InspectOptionsTest, BadCommandLinesNameTheProblem) {
   }
 }
 
-TEST_F(InspectOptionsTest, NumbersArePlainDecimalDigitsFrom0To65535) {
+TEST_F(StripeOptionsTest, NumbersArePlainDecimalDigitsFrom0To65535) {
   const std::string range = " needs a whole number from 0 to 65535, not '";
   for (const std::string option : {"--distance", "--delt"}) {
     for (const std::string text : {"+5", " 5", "5 ", "0x5", "5.0", "1e2", "", "-1", "-0", "65536",
@@ -114,7 +114,7 @@ TEST_F(InspectOptionsTest, NumbersArePlainDecimalDigitsFrom0To65535) {
   }
 }
 
-TEST_F(InspectOptionsTest, PlainNumbersAreTakenEitherWay) {
+TEST_F(StripeOptionsTest, PlainNumbersAreTakenEitherWay) {
   // The file is the cut picture's name as the node would store it, which
   // the numbers make: distance * 100 + delt.
   kivplugcali::StripeCut cut;
@@ -152,7 +152,7 @@ TEST_F(InspectOptionsTest, PlainNumbersAreTakenEitherWay) {
   }
 }
 
-TEST_F(InspectOptionsTest, JobsAreFrom1To256AndDefaultToOnePerProcessor) {
+TEST_F(StripeOptionsTest, JobsAreFrom1To256AndDefaultToOnePerProcessor) {
   EXPECT_EQ(Taken({"session"}).jobs, 0u);
   const struct {
     std::vector<std::string> args;
@@ -189,7 +189,7 @@ TEST_F(InspectOptionsTest, JobsAreFrom1To256AndDefaultToOnePerProcessor) {
   }
 }
 
-TEST_F(InspectOptionsTest, OptionsForOnePictureAreRefusedForMany) {
+TEST_F(StripeOptionsTest, OptionsForOnePictureAreRefusedForMany) {
   const struct {
     std::vector<std::string> args;
     std::string message;
@@ -221,7 +221,7 @@ TEST_F(InspectOptionsTest, OptionsForOnePictureAreRefusedForMany) {
   EXPECT_FALSE(fs::exists("s.png"));
 }
 
-TEST_F(InspectOptionsTest, SeveralPicturesAFolderCsvOrASheetMakeAList) {
+TEST_F(StripeOptionsTest, SeveralPicturesAFolderCsvOrASheetMakeAList) {
   const struct {
     std::vector<std::string> args;
     bool list;
@@ -257,7 +257,7 @@ TEST_F(InspectOptionsTest, SeveralPicturesAFolderCsvOrASheetMakeAList) {
   EXPECT_TRUE(sheet.csv);
 }
 
-TEST_F(InspectOptionsTest, OptionsMayFollowThePicturesAndDoubleDashEndsThem) {
+TEST_F(StripeOptionsTest, OptionsMayFollowThePicturesAndDoubleDashEndsThem) {
   const Options after = Taken({"pictures/-bent.png", "--side=right", "--json"});
   EXPECT_EQ(after.pictures, std::vector<std::string>{"pictures/-bent.png"});
   EXPECT_EQ(after.mode, kRight);
@@ -274,7 +274,7 @@ TEST_F(InspectOptionsTest, OptionsMayFollowThePicturesAndDoubleDashEndsThem) {
   EXPECT_EQ(order.pictures, (std::vector<std::string>{"c.png", "a.png", "session", "b.png"}));
 }
 
-TEST_F(InspectOptionsTest, HelpAndVersionNeedNoPicture) {
+TEST_F(StripeOptionsTest, HelpAndVersionNeedNoPicture) {
   EXPECT_FALSE(Parse({"--help"}).has_value());
   EXPECT_FALSE(Parse({"-h"}).has_value());
   EXPECT_FALSE(Parse({"bent.png", "--he"}).has_value());
@@ -286,7 +286,7 @@ TEST_F(InspectOptionsTest, HelpAndVersionNeedNoPicture) {
   EXPECT_FALSE(Taken({"bent.png"}).version);
 }
 
-TEST_F(InspectOptionsTest, TheLaserComesFromThePathUnlessSideIsGiven) {
+TEST_F(StripeOptionsTest, TheLaserComesFromThePathUnlessSideIsGiven) {
   const struct {
     std::string path;
     std::vector<std::string> args;
@@ -309,7 +309,7 @@ TEST_F(InspectOptionsTest, TheLaserComesFromThePathUnlessSideIsGiven) {
   }
 }
 
-TEST_F(InspectOptionsTest, EachCommandLineIsReadAfresh) {
+TEST_F(StripeOptionsTest, EachCommandLineIsReadAfresh) {
   // A refused command line leaves nothing behind for the next one.
   EXPECT_EQ(Refusal({"bent.png", "--side", "up", "--csv"}), "--side needs left or right, not 'up'");
   const Options first = Taken({"session", "--csv", "-j2"});
