@@ -10,14 +10,13 @@
 namespace sunxi_cam::sim {
 namespace {
 
-constexpr double kNear = 0.5;
-constexpr double kReach = 6.0;  // standard deviations beyond which an edge is a step
+constexpr double kEdgeReach = 6.0;  // standard deviations beyond which an edge is a step
 
-struct Frame {
+struct BoardFrame {
   Vec3 centre, ex, ey, ez;  // the board's centre and axes in the camera's frame
 };
 
-Frame FrameOf(const Board& b) {
+BoardFrame FrameOf(const Board& b) {
   const double cp = fixed::Cos(fixed::Radians(b.pitch)), sp = fixed::Sin(fixed::Radians(b.pitch));
   const double cy = fixed::Cos(fixed::Radians(b.yaw)), sy = fixed::Sin(fixed::Radians(b.yaw));
   const double cr = fixed::Cos(fixed::Radians(b.roll)), sr = fixed::Sin(fixed::Radians(b.roll));
@@ -33,8 +32,8 @@ Frame FrameOf(const Board& b) {
 
 // The normal integral: the share of a unit Gaussian below t.
 double Phi(double t) {
-  if (t <= -kReach) return 0.0;
-  if (t >= kReach) return 1.0;
+  if (t <= -kEdgeReach) return 0.0;
+  if (t >= kEdgeReach) return 1.0;
   return 0.5 * (1.0 + fixed::Erf(t * 0.70710678118654752440));
 }
 
@@ -53,7 +52,7 @@ Blurred BlurAxis(double at, double sigma, int squares, double square, double mar
   out.inside = step(last) - step(first);
   out.board = step(last + margin) - step(first - margin);
   // Only the squares within reach of `at` differ from a plain step.
-  const double reach = kReach * sigma;
+  const double reach = kEdgeReach * sigma;
   const double last_k = squares - 1.0;
   const int k0 =
       static_cast<int>(std::clamp(std::floor((at - reach - first) / square), 0.0, last_k));
@@ -71,7 +70,7 @@ Blurred BlurAxis(double at, double sigma, int squares, double square, double mar
 }  // namespace
 
 CameraPose BoardPose(const Board& board) {
-  const Frame f = FrameOf(board);
+  const BoardFrame f = FrameOf(board);
   const double x0 = -0.5 * (board.cols - 1) * board.square;
   const double y0 = -0.5 * (board.rows - 1) * board.square;
   const Vec3 origin = f.centre + x0 * f.ex + y0 * f.ey;
@@ -100,14 +99,14 @@ struct OutlinePoint {
   bool seen = false;
   double u = 0, v = 0;
 };
-OutlinePoint SeeOutline(const Frame& f, const Lens& lens, double w, double h, int edge, int i,
+OutlinePoint SeeOutline(const BoardFrame& f, const Lens& lens, double w, double h, int edge, int i,
                         int steps) {
   OutlinePoint o;
   const double t = -1.0 + 2.0 * i / steps;
   o.X = edge < 2 ? t * w : (edge == 2 ? -w : w);
   o.Y = edge < 2 ? (edge == 0 ? -h : h) : t * h;
   o.p = f.centre + o.X * f.ex + o.Y * f.ey;
-  if (!(o.p.z >= kNear)) return o;
+  if (!(o.p.z >= kNearestDrawn)) return o;
   const double x = o.p.x / o.p.z, y = o.p.y / o.p.z;
   if (!(x * x + y * y < lens.valid_r2())) return o;
   lens.Project(x, y, &o.u, &o.v);
@@ -119,7 +118,7 @@ OutlinePoint SeeOutline(const Frame& f, const Lens& lens, double w, double h, in
 
 std::string BoardViewProblem(const Scene& scene) {
   const Board& b = scene.board;
-  const Frame f = FrameOf(b);
+  const BoardFrame f = FrameOf(b);
   if (!(Dot(f.ez, f.centre) > 0)) return "in view: it faces away from the camera";
   const Lens lens(scene.camera);
   // The outline of the squares, 16 points an edge: what a calibration needs
@@ -151,7 +150,7 @@ namespace {
 struct PixelBox {
   int u0 = 0, u1 = kWidth - 1, v0 = 0, v1 = kHeight - 1;
 };
-PixelBox BoardBox(const Scene& scene, const Frame& f, const Lens& lens, bool defocus) {
+PixelBox BoardBox(const Scene& scene, const BoardFrame& f, const Lens& lens, bool defocus) {
   const Board& b = scene.board;
   double blur = 1.0;
   const double w = 0.5 * (b.cols + 1) * b.square + b.margin;
@@ -168,7 +167,7 @@ PixelBox BoardBox(const Scene& scene, const Frame& f, const Lens& lens, bool def
       v_max = std::max(v_max, o.v);
     }
   }
-  const double pad = 4 + kReach * blur;
+  const double pad = 4 + kEdgeReach * blur;
   if (!(std::isfinite(u_min + u_max + v_min + v_max + pad))) return PixelBox();
   PixelBox box;
   box.u0 = static_cast<int>(std::clamp(std::floor(u_min - pad), 0.0, kWidth - 1.0));
@@ -183,7 +182,7 @@ PixelBox BoardBox(const Scene& scene, const Frame& f, const Lens& lens, bool def
 void AddBoardLight(const Scene& scene, const Lens& lens, bool defocus, double* light,
                    bool whole_picture) {
   const Board& b = scene.board;
-  const Frame f = FrameOf(b);
+  const BoardFrame f = FrameOf(b);
   const PixelBox box = whole_picture ? PixelBox() : BoardBox(scene, f, lens, defocus);
   const double along_centre = Dot(f.ez, f.centre);
   const PixelDirections& directions = DirectionsOf(scene.camera);
@@ -198,7 +197,7 @@ void AddBoardLight(const Scene& scene, const Lens& lens, bool defocus, double* l
       const double along = Dot(f.ez, d);
       if (!(along > 0)) continue;
       const double t = along_centre / along;  // also the depth: d has depth 1
-      if (!(t >= kNear)) continue;
+      if (!(t >= kNearestDrawn)) continue;
       const Jacobian2 inv = Inverse(lens.JacobianAt(x, y));
       const Vec3 dd_du{inv.uu, inv.vx, 0.0}, dd_dv{inv.uy, inv.vy, 0.0};
       const Vec3 dp_du = t * (dd_du - (Dot(f.ez, dd_du) / along) * d);
@@ -217,8 +216,8 @@ void AddBoardLight(const Scene& scene, const Lens& lens, bool defocus, double* l
         continue;
       }
       // Beyond the board's edges by more than the blur's reach: no light.
-      if (!(std::fabs(bx) < half_width + kReach * sx &&
-            std::fabs(by) < half_height + kReach * sy)) {
+      if (!(std::fabs(bx) < half_width + kEdgeReach * sx &&
+            std::fabs(by) < half_height + kEdgeReach * sy)) {
         continue;
       }
       const Blurred px = BlurAxis(bx, sx, b.cols + 1, b.square, b.margin);

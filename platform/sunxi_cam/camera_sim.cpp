@@ -26,7 +26,6 @@ namespace {
 
 constexpr int kCamera = 1;  // the robot's one camera
 constexpr int kMaxFps = 120;
-constexpr std::size_t kLumaBytes = static_cast<std::size_t>(kWidth) * kHeight;
 
 int Slot(ImageSlot slot) { return static_cast<int>(slot); }
 int Op(Operation op) { return static_cast<int>(op); }

@@ -18,6 +18,7 @@
 
 #include <rapidjson/document.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -29,6 +30,7 @@ inline constexpr int kHeight = 480;
 // An image file larger than this is refused before it is read.
 inline constexpr long long kMaxImageFileBytes = 16LL * 1024 * 1024;
 inline constexpr int kFrameBytes = kWidth * kHeight * 3 / 2;  // NV21: luminance, then VU
+inline constexpr std::size_t kLumaBytes = static_cast<std::size_t>(kWidth) * kHeight;
 
 // The camera: OpenCV's camera model (lens.h). The robot's frame has its
 // origin on the floor right below the camera, x forward, y to the left, z up.

@@ -19,8 +19,6 @@
 namespace sunxi_cam::sim {
 namespace {
 
-constexpr std::size_t kLumaBytes = static_cast<std::size_t>(kWidth) * kHeight;
-
 // The luminance planes rendered last, by the laser field's low four bits,
 // with the scene and brightness factor they were rendered for. Unlike the
 // camera's cache they outlive Reset(), so a program that resets the

@@ -10,9 +10,8 @@
 namespace sunxi_cam::sim {
 namespace {
 
-constexpr double kNear = 0.5;   // nothing closer to the camera than this is drawn
-constexpr double kFar = 1.0e5;  // where an open floor ends
-constexpr double kReach = 5.0;  // standard deviations of a profile worked out
+constexpr double kFloorEnd = 1.0e5;    // where an open floor ends
+constexpr double kProfileReach = 5.0;  // standard deviations of a profile worked out
 
 Vec3 Normal(const LaserModel& laser) {
   const double yaw = fixed::Radians(laser.yaw), roll = fixed::Radians(laser.roll);
@@ -110,9 +109,9 @@ struct Bands {
 void MarkSegment(const Scene& scene, const Lens& lens, const LaserSheet& sheet, const Box& box,
                  Vec3 a, Vec3 b, Bands* bands) {
   Vec3 ca = lens.ToCamera(a), cb = lens.ToCamera(b);
-  if (ca.z < kNear && cb.z < kNear) return;
-  if (ca.z < kNear) ca = ca + ((kNear - ca.z) / (cb.z - ca.z)) * (cb - ca);
-  if (cb.z < kNear) cb = cb + ((kNear - cb.z) / (ca.z - cb.z)) * (ca - cb);
+  if (ca.z < kNearestDrawn && cb.z < kNearestDrawn) return;
+  if (ca.z < kNearestDrawn) ca = ca + ((kNearestDrawn - ca.z) / (cb.z - ca.z)) * (cb - ca);
+  if (cb.z < kNearestDrawn) cb = cb + ((kNearestDrawn - cb.z) / (ca.z - cb.z)) * (ca - cb);
   double ax = ca.x / ca.z, ay = ca.y / ca.z, bx = cb.x / cb.z, by = cb.y / cb.z;
   if (!Clip(box, &ax, &ay, &bx, &by)) return;
   const CameraModel& m = scene.camera;
@@ -135,7 +134,7 @@ void MarkSegment(const Scene& scene, const Lens& lens, const LaserSheet& sheet, 
     const Jacobian2 j = lens.JacobianAt(x, y);
     if (j.uu * j.vy - j.uy * j.vx > 0) {
       const StripeSample s = StripeAt(scene, sheet, SeenAt(scene, lens, x, y, Inverse(j)));
-      if (s.lit || s.sigma > 0) reach = kReach * s.sigma + 2;
+      if (s.lit || s.sigma > 0) reach = kProfileReach * s.sigma + 2;
     }
     if (have_last) bands->Mark(last_u, u, last_v, v, std::max(reach, last_reach));
     have_last = true;
@@ -179,7 +178,7 @@ SurfacePoint SeenAt(const Scene& scene, const Lens& lens, double x, double y,
     dt_du = c.z * dd_du.z / (d.z * d.z);
     dt_dv = c.z * dd_dv.z / (d.z * d.z);
   }
-  if (!(t >= kNear)) return seen;
+  if (!(t >= kNearestDrawn)) return seen;
   seen.hit = true;
   seen.p = c + t * d;
   seen.depth = t;  // the ray's direction has depth 1
@@ -241,7 +240,7 @@ void AddStripeLight(const Scene& scene, const Lens& lens, const LaserModel& lase
   const double offset = sheet.offset;
   const Box box = ViewBox(lens);
   Bands bands;
-  const double far_x = scene.wall ? scene.distance : kFar;
+  const double far_x = scene.wall ? scene.distance : kFloorEnd;
   if (far_x > laser.x) {
     auto floor_at = [&](double x) { return Vec3{x, (offset - n.x * x) / n.y, 0}; };
     MarkSegment(scene, lens, sheet, box, floor_at(laser.x), floor_at(far_x), &bands);

@@ -40,6 +40,9 @@
 
 namespace sunxi_cam::sim {
 
+// Nothing nearer the camera's plane than this (cm) is drawn.
+inline constexpr double kNearestDrawn = 0.5;
+
 // What a pixel's ray meets.
 struct SurfacePoint {
   bool hit = false;

@@ -8,13 +8,12 @@
 namespace calctest {
 namespace {
 
-constexpr double kPi = 3.14159265358979323846;
 constexpr int kScale = 8;   // the fill's resolution, times the picture's
 constexpr int kShift = 8;   // fractional bits of the fill's coordinates
 constexpr int kPieces = 8;  // pieces of each square edge
 
 calc::Vec3 Turn(calc::Vec3 a, calc::Vec3 b, double degrees, calc::Vec3* b_out) {
-  const double c = std::cos(degrees * kPi / 180), s = std::sin(degrees * kPi / 180);
+  const double c = std::cos(degrees * calc::kPi / 180), s = std::sin(degrees * calc::kPi / 180);
   *b_out = (-s) * a + c * b;
   return c * a + s * b;
 }

@@ -6,6 +6,8 @@
 #include <opencv2/calib3d.hpp>
 #include <opencv2/core.hpp>
 
+#include "tools/calc/opencv_camera.h"
+
 namespace calc {
 namespace {
 
@@ -19,14 +21,6 @@ CameraCalibration Stop(CameraCalibration out, int code, const std::string& reaso
   out.code = code;
   out.reason = reason;
   return out;
-}
-
-cv::Matx33d CameraMatrix(const Intrinsics& k) {
-  return cv::Matx33d(k.fx, 0, k.cx, 0, k.fy, k.cy, 0, 0, 1);
-}
-
-cv::Matx<double, 1, 5> Coefficients(const Distortion& d) {
-  return cv::Matx<double, 1, 5>(d.k1, d.k2, d.p1, d.p2, d.k3);
 }
 
 // The camera's pose on the robot from the robot-to-camera rotation vector

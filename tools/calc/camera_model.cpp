@@ -5,22 +5,12 @@
 #include <opencv2/calib3d.hpp>
 #include <opencv2/core.hpp>
 
+#include "tools/calc/opencv_camera.h"
+
 namespace calc {
 namespace {
 
-constexpr double kPi = 3.14159265358979323846;
-constexpr double kTiny = 1e-12;
-
-double Radians(double degrees) { return degrees * kPi / 180.0; }
-double Degrees(double radians) { return radians * 180.0 / kPi; }
-
-cv::Matx33d CameraMatrix(const Intrinsics& k) {
-  return cv::Matx33d(k.fx, 0, k.cx, 0, k.fy, k.cy, 0, 0, 1);
-}
-
-cv::Matx<double, 1, 5> Coefficients(const Distortion& d) {
-  return cv::Matx<double, 1, 5>(d.k1, d.k2, d.p1, d.p2, d.k3);
-}
+constexpr double kNearestDepth = 1e-12;  // a point nearer the camera's plane is behind it
 
 // The vertical axis turned by `yaw` (cosine c, sine s).
 Vec3 TurnAboutVertical(Vec3 a, double c, double s) {
@@ -137,7 +127,7 @@ Vec3 CameraRays::Ray(Pixel p) const {
 bool CameraRays::Project(Vec3 q, Pixel* p) const {
   const Vec3 d = q - centre_;
   const double depth = Dot(axes_.forward, d);
-  if (!(depth > kTiny)) return false;
+  if (!(depth > kNearestDepth)) return false;
   p->u = intrinsics_.cx + intrinsics_.fx * Dot(axes_.right, d) / depth;
   p->v = intrinsics_.cy + intrinsics_.fy * Dot(axes_.down, d) / depth;
   return true;

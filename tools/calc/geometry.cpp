@@ -5,7 +5,6 @@
 namespace calc {
 namespace {
 
-constexpr double kPi = 3.14159265358979323846;
 constexpr double kTiny = 1e-12;
 
 }  // namespace

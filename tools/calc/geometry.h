@@ -23,6 +23,10 @@ namespace calc {
 
 struct CameraModel;  // camera_model.h
 
+inline constexpr double kPi = 3.14159265358979323846;
+inline double Radians(double degrees) { return degrees * kPi / 180.0; }
+inline double Degrees(double radians) { return radians * 180.0 / kPi; }
+
 struct Vec3 {
   double x = 0, y = 0, z = 0;
 };

@@ -4,15 +4,6 @@
 #include <utility>
 
 namespace calc {
-namespace {
-
-constexpr double kPi = 3.14159265358979323846;
-
-double Degrees(double radians) { return radians * 180.0 / kPi; }
-double Radians(double degrees) { return degrees * kPi / 180.0; }
-
-}  // namespace
-
 void SymmetricEigen(const double m[9], double values[3], Vec3 vectors[3]) {
   double a[3][3], v[3][3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
   for (int i = 0; i < 3; ++i) {

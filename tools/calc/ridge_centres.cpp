@@ -4,25 +4,14 @@
 #include <cmath>
 #include <cstdio>
 
+#include "tools/calc/stripe_centres.h"
+
 namespace calc {
 namespace {
 
 constexpr int kGap = 2;        // pixels of speckle dip a run crosses
 constexpr int kBand = 8;       // pixels in each background band
 constexpr int kMaxSteps = 50;  // steps to the ridge
-
-// The median of a row of bytes, from its histogram.
-int Median(const uint8_t* row, int width) {
-  int histogram[256] = {};
-  for (int u = 0; u < width; ++u) ++histogram[row[u]];
-  const int half = (width + 1) / 2;
-  int seen = 0;
-  for (int value = 0; value < 256; ++value) {
-    seen += histogram[value];
-    if (seen >= half) return value;
-  }
-  return 255;
-}
 
 // The median of row[first .. first + kBand - 1] (the lower of the middle two).
 int BandMedian(const uint8_t* row, int first) {
@@ -61,7 +50,7 @@ RidgeScan FindRidgeCentres(const uint8_t* pixels, int width, int height, int str
   for (int v = 0; v < height; ++v) {
     const uint8_t* row = pixels + static_cast<std::ptrdiff_t>(v) * stride;
     // The stripe: the brightest pixel, well above the row's median.
-    const int median = Median(row, width);
+    const int median = RowMedian(row, width);
     const int brightest = static_cast<int>(std::max_element(row, row + width) - row);
     const int contrast = row[brightest] - median;
     if (contrast < options.min_contrast) continue;

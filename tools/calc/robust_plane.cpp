@@ -7,8 +7,6 @@
 namespace calc {
 namespace {
 
-constexpr double kPi = 3.14159265358979323846;
-
 Vec3 Cross(Vec3 a, Vec3 b) {
   return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
 }

@@ -8,19 +8,6 @@ namespace {
 
 constexpr int kMaxHalfWindow = 60;
 
-// The median of a row of bytes, from its histogram.
-int Median(const uint8_t* row, int width) {
-  int histogram[256] = {};
-  for (int u = 0; u < width; ++u) ++histogram[row[u]];
-  const int half = (width + 1) / 2;
-  int seen = 0;
-  for (int value = 0; value < 256; ++value) {
-    seen += histogram[value];
-    if (seen >= half) return value;
-  }
-  return 255;
-}
-
 // Centroid of the brightness above `background` over [centre - half,
 // centre + half]; false when the window leaves the picture's inner columns
 // or holds no light.
@@ -41,12 +28,24 @@ int Nearest(double u) { return static_cast<int>(u < 0 ? u - 0.5 : u + 0.5); }
 
 }  // namespace
 
+int RowMedian(const uint8_t* row, int width) {
+  int histogram[256] = {};
+  for (int u = 0; u < width; ++u) ++histogram[row[u]];
+  const int half = (width + 1) / 2;
+  int seen = 0;
+  for (int value = 0; value < 256; ++value) {
+    seen += histogram[value];
+    if (seen >= half) return value;
+  }
+  return 255;
+}
+
 StripeScan FindStripeCentres(const uint8_t* pixels, int width, int height, int stride,
                              const StripeOptions& options) {
   StripeScan scan;
   for (int v = 0; v < height; ++v) {
     const uint8_t* row = pixels + static_cast<std::ptrdiff_t>(v) * stride;
-    const int background = Median(row, width);
+    const int background = RowMedian(row, width);
     const int brightest = static_cast<int>(std::max_element(row, row + width) - row);
     const int contrast = row[brightest] - background;
     if (contrast < options.min_contrast) continue;

@@ -43,6 +43,9 @@ struct StripeScan {
   int rows_at_border = 0;             // rows left out for a window at the picture's edge
 };
 
+// The median of a row of `width` bytes (the lower of the middle two).
+int RowMedian(const uint8_t* row, int width);
+
 // Scans every row of an 8-bit picture of `width` x `height` pixels, rows
 // `stride` bytes apart.
 StripeScan FindStripeCentres(const uint8_t* pixels, int width, int height, int stride,

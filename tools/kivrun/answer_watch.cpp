@@ -7,6 +7,7 @@
 #include "platform/sunxi_cam/camera_sim.h"
 #include "tools/calc/answer_values.h"
 #include "tools/calc/plane_fit.h"
+#include "tools/kivrun/json_values.h"
 #include "tools/kivrun/records.h"
 
 namespace kivrun {
@@ -27,15 +28,8 @@ double Rounded(double x, int decimals) {
          scale;
 }
 
-const rapidjson::Value& Member(const rapidjson::Value& object, const char* key) {
-  static const rapidjson::Value null;
-  if (!object.IsObject()) return null;
-  const auto it = object.FindMember(key);
-  return it != object.MemberEnd() ? it->value : null;
-}
-
 double Number(const rapidjson::Value& object, const char* key) {
-  const rapidjson::Value& v = Member(object, key);
+  const rapidjson::Value& v = MemberOrNull(object, key);
   return v.IsNumber() ? v.GetDouble() : 0;
 }
 
@@ -43,7 +37,7 @@ calc::Plane PlaneOf(const sim::LaserPlane& p) { return {{p.nx, p.ny, p.nz}, p.of
 
 // A plane a report gives ("normal", "offset_cm").
 calc::Plane ReportedPlane(const rapidjson::Value& v) {
-  const rapidjson::Value& n = Member(v, "normal");
+  const rapidjson::Value& n = MemberOrNull(v, "normal");
   if (!n.IsArray() || n.Size() != 3) return {};
   return {{n[0].GetDouble(), n[1].GetDouble(), n[2].GetDouble()}, Number(v, "offset_cm")};
 }
@@ -66,32 +60,33 @@ rapidjson::Value ReportedPlaneMembers(const rapidjson::Value& v, Allocator& a) {
 
 // A laser's failure as the report gives it.
 bool FailedLaser(const rapidjson::Value& laser, Allocator& a, rapidjson::Value* out) {
-  if (!Member(laser, "code").IsNumber()) return false;
-  out->AddMember("code", rapidjson::Value(Member(laser, "code"), a), a);
-  out->AddMember("reason", rapidjson::Value(Member(laser, "reason"), a), a);
+  if (!MemberOrNull(laser, "code").IsNumber()) return false;
+  out->AddMember("code", rapidjson::Value(MemberOrNull(laser, "code"), a), a);
+  out->AddMember("reason", rapidjson::Value(MemberOrNull(laser, "reason"), a), a);
   return true;
 }
 
 void AddPlane(const rapidjson::Value& report, const sim::SceneTruth& truth, Fields& f) {
   // A node that refused before it looked at a picture (no camera model, say)
   // reports no lasers: there is nothing to set beside the truth.
-  if (!Member(report, "lasers").IsObject()) return;
+  if (!MemberOrNull(report, "lasers").IsObject()) return;
   auto& a = f.allocator();
   const calc::Plane true_planes[2] = {PlaneOf(truth.left), PlaneOf(truth.right)};
   rapidjson::Value lasers(rapidjson::kObjectType), truths(rapidjson::kObjectType),
       errors(rapidjson::kObjectType);
   for (int side = 0; side < 2; ++side) {
-    const rapidjson::Value& got = Member(Member(report, "lasers"), kSides[side]);
+    const rapidjson::Value& got = MemberOrNull(MemberOrNull(report, "lasers"), kSides[side]);
     rapidjson::Value laser(rapidjson::kObjectType);
     if (!FailedLaser(got, a, &laser)) {
       laser = ReportedPlaneMembers(got, a);
-      laser.AddMember("points", Member(got, "points").GetInt(), a);
-      laser.AddMember("floor_points", Member(got, "floor_points").GetInt(), a);
-      laser.AddMember("wall_points", Member(got, "wall_points").GetInt(), a);
+      laser.AddMember("points", MemberOrNull(got, "points").GetInt(), a);
+      laser.AddMember("floor_points", MemberOrNull(got, "floor_points").GetInt(), a);
+      laser.AddMember("wall_points", MemberOrNull(got, "wall_points").GetInt(), a);
       laser.AddMember("rms_um", Rounded(Number(got, "rms_cm") * 10000, 1), a);
-      laser.AddMember("outliers",
-                      Member(got, "outliers").IsInt() ? Member(got, "outliers").GetInt() : 0, a);
-      const rapidjson::Value& sigma = Member(got, "sigma");
+      laser.AddMember(
+          "outliers",
+          MemberOrNull(got, "outliers").IsInt() ? MemberOrNull(got, "outliers").GetInt() : 0, a);
+      const rapidjson::Value& sigma = MemberOrNull(got, "sigma");
       rapidjson::Value sigmas(rapidjson::kObjectType);
       sigmas.AddMember("yaw", Rounded(Number(sigma, "yaw_deg"), 5), a);
       sigmas.AddMember("roll", Rounded(Number(sigma, "roll_deg"), 5), a);
@@ -113,23 +108,24 @@ void AddPlane(const rapidjson::Value& report, const sim::SceneTruth& truth, Fiel
 
 void AddCheck(const rapidjson::Value& report, Fields& f) {
   auto& a = f.allocator();
-  if (Member(report, "planes").IsObject()) {
+  if (MemberOrNull(report, "planes").IsObject()) {
     rapidjson::Value planes(rapidjson::kObjectType);
     for (const char* side : kSides) {
       planes.AddMember(rapidjson::StringRef(side),
-                       ReportedPlaneMembers(Member(Member(report, "planes"), side), a), a);
+                       ReportedPlaneMembers(MemberOrNull(MemberOrNull(report, "planes"), side), a),
+                       a);
     }
     f.value().AddMember("planes", planes, a);
   }
   rapidjson::Value measured(rapidjson::kObjectType);
   for (const char* side : kSides) {
-    const rapidjson::Value& got = Member(Member(report, "residuals"), side);
+    const rapidjson::Value& got = MemberOrNull(MemberOrNull(report, "residuals"), side);
     if (got.IsNull()) continue;
     rapidjson::Value laser(rapidjson::kObjectType);
     if (!FailedLaser(got, a, &laser)) {
       laser.AddMember("rms_px", Rounded(Number(got, "rms_px"), 4), a);
       laser.AddMember("worst_px", Rounded(Number(got, "worst_px"), 4), a);
-      laser.AddMember("points", Member(got, "points").GetInt(), a);
+      laser.AddMember("points", MemberOrNull(got, "points").GetInt(), a);
       laser.AddMember("bias_px", Rounded(Number(got, "bias_px"), 4), a);
     }
     measured.AddMember(rapidjson::StringRef(side), laser, a);
@@ -139,16 +135,16 @@ void AddCheck(const rapidjson::Value& report, Fields& f) {
 
 void AddDistance(const rapidjson::Value& report, const sim::SceneTruth& truth, Fields& f) {
   auto& a = f.allocator();
-  const std::string planes = Member(report, "planes").IsString()
-                                 ? Member(report, "planes").GetString()
+  const std::string planes = MemberOrNull(report, "planes").IsString()
+                                 ? MemberOrNull(report, "planes").GetString()
                                  : std::string("none");
   f.Str("planes", planes);
-  const rapidjson::Value& walls = Member(report, "walls");
+  const rapidjson::Value& walls = MemberOrNull(report, "walls");
   bool both = walls.IsObject();
   if (walls.IsObject()) {
     rapidjson::Value measured(rapidjson::kObjectType);
     for (const char* side : kSides) {
-      const rapidjson::Value& w = Member(walls, side);
+      const rapidjson::Value& w = MemberOrNull(walls, side);
       rapidjson::Value laser(rapidjson::kObjectType);
       if (FailedLaser(w, a, &laser)) {
         both = false;
@@ -156,10 +152,10 @@ void AddDistance(const rapidjson::Value& report, const sim::SceneTruth& truth, F
         laser.AddMember("distance_mm", Rounded(Number(w, "distance_cm") * 10, 4), a);
         laser.AddMember("spread_um", Rounded(Number(w, "spread_cm") * 10000, 1), a);
         laser.AddMember("tilt_um_per_cm", Rounded(Number(w, "tilt") * 10000, 1), a);
-        laser.AddMember("wall_points", Member(w, "wall_points").GetInt(), a);
+        laser.AddMember("wall_points", MemberOrNull(w, "wall_points").GetInt(), a);
         laser.AddMember("nearest_floor_mm", Rounded(Number(w, "nearest_floor_cm") * 10, 4), a);
         laser.AddMember("floor_rms_um", Rounded(Number(w, "floor_rms_cm") * 10000, 1), a);
-        laser.AddMember("floor_points", Member(w, "floor_points").GetInt(), a);
+        laser.AddMember("floor_points", MemberOrNull(w, "floor_points").GetInt(), a);
       }
       measured.AddMember(rapidjson::StringRef(side), laser, a);
     }
@@ -169,8 +165,8 @@ void AddDistance(const rapidjson::Value& report, const sim::SceneTruth& truth, F
   truths.AddMember("distance_mm", Rounded(truth.distance * 10, 4), a);
   f.value().AddMember("truth", truths, a);
   if (both) {
-    const double measured = (Number(Member(walls, "left"), "distance_cm") +
-                             Number(Member(walls, "right"), "distance_cm")) /
+    const double measured = (Number(MemberOrNull(walls, "left"), "distance_cm") +
+                             Number(MemberOrNull(walls, "right"), "distance_cm")) /
                             2;
     rapidjson::Value errors(rapidjson::kObjectType);
     errors.AddMember("distance_mm", Rounded((measured - truth.distance) * 10, 4), a);
@@ -179,28 +175,28 @@ void AddDistance(const rapidjson::Value& report, const sim::SceneTruth& truth, F
 }
 
 void AddBoard(const rapidjson::Value& report, Fields& f) {
-  const rapidjson::Value& board = Member(report, "board");
+  const rapidjson::Value& board = MemberOrNull(report, "board");
   if (!board.IsObject()) return;
   auto& a = f.allocator();
   rapidjson::Value seen(rapidjson::kObjectType);
   for (const char* key : {"view", "columns", "rows", "found"}) {
-    if (Member(board, key).IsNull()) continue;
-    seen.AddMember(rapidjson::StringRef(key), rapidjson::Value(Member(board, key), a), a);
+    if (MemberOrNull(board, key).IsNull()) continue;
+    seen.AddMember(rapidjson::StringRef(key), rapidjson::Value(MemberOrNull(board, key), a), a);
   }
   f.value().AddMember("board", seen, a);
-  const rapidjson::Value& views = Member(report, "views");
+  const rapidjson::Value& views = MemberOrNull(report, "views");
   if (views.IsObject()) f.value().AddMember("views", rapidjson::Value(views, a), a);
 }
 
 // The calibrated camera beside the simulator's: intrinsics, distortion,
 // height and pitch, with each figure's 1-sigma and error.
 void AddCamera(const rapidjson::Value& report, const sim::SceneTruth& truth, Fields& f) {
-  const rapidjson::Value& camera = Member(report, "camera");
+  const rapidjson::Value& camera = MemberOrNull(report, "camera");
   if (!camera.IsObject()) return;
   auto& a = f.allocator();
-  const rapidjson::Value& sigma = Member(camera, "sigma");
-  const rapidjson::Value& pose = Member(camera, "pose");
-  const rapidjson::Value& pose_sigma = Member(camera, "pose_sigma");
+  const rapidjson::Value& sigma = MemberOrNull(camera, "sigma");
+  const rapidjson::Value& pose = MemberOrNull(camera, "pose");
+  const rapidjson::Value& pose_sigma = MemberOrNull(camera, "pose_sigma");
   auto sigma_at = [&](rapidjson::SizeType i) {
     return sigma.IsArray() && sigma.Size() > i && sigma[i].IsNumber() ? sigma[i].GetDouble() : 0;
   };
@@ -220,7 +216,7 @@ void AddCamera(const rapidjson::Value& report, const sim::SceneTruth& truth, Fie
       {"pitch_deg", Number(pose, "pitch_deg"), Number(pose_sigma, "pitch_deg"), t.pitch, 3}};
   rapidjson::Value got(rapidjson::kObjectType), sig(rapidjson::kObjectType),
       real(rapidjson::kObjectType), errors(rapidjson::kObjectType);
-  const rapidjson::Value& distortion = Member(camera, "distortion");
+  const rapidjson::Value& distortion = MemberOrNull(camera, "distortion");
   for (Figure figure : figures) {
     if (std::string(figure.name) == "k1") {
       figure.value = distortion.IsArray() && !distortion.Empty() ? distortion[0].GetDouble() : 0;
@@ -233,7 +229,7 @@ void AddCamera(const rapidjson::Value& report, const sim::SceneTruth& truth, Fie
     errors.AddMember(key, Rounded(figure.value - figure.truth, figure.decimals), a);
   }
   got.AddMember("rms_px", Rounded(Number(camera, "rms_px"), 3), a);
-  got.AddMember("views", rapidjson::Value(Member(camera, "views"), a), a);
+  got.AddMember("views", rapidjson::Value(MemberOrNull(camera, "views"), a), a);
   f.value().AddMember("camera", got, a);
   f.value().AddMember("sigma", sig, a);
   f.value().AddMember("truth", real, a);
@@ -243,9 +239,10 @@ void AddCamera(const rapidjson::Value& report, const sim::SceneTruth& truth, Fie
 }  // namespace
 
 void AddComputed(const rapidjson::Value& report, Fields& event) {
-  const std::string node =
-      Member(report, "node").IsString() ? Member(report, "node").GetString() : std::string();
-  if (Member(report, "action") != "refuse") {
+  const std::string node = MemberOrNull(report, "node").IsString()
+                               ? MemberOrNull(report, "node").GetString()
+                               : std::string();
+  if (MemberOrNull(report, "action") != "refuse") {
     const sim::SceneTruth truth = sim::Truth();
     if (node == "plane") {
       AddPlane(report, truth, event);
@@ -258,17 +255,18 @@ void AddComputed(const rapidjson::Value& report, Fields& event) {
       AddCamera(report, truth, event);
     }
   }
-  if (Member(report, "code").IsNumber()) {
-    event.Int("code", Member(report, "code").GetInt64());
-    event.Str("reason",
-              Member(report, "reason").IsString() ? Member(report, "reason").GetString() : "");
+  if (MemberOrNull(report, "code").IsNumber()) {
+    event.Int("code", MemberOrNull(report, "code").GetInt64());
+    event.Str("reason", MemberOrNull(report, "reason").IsString()
+                            ? MemberOrNull(report, "reason").GetString()
+                            : "");
   }
 }
 
 void AnswerWatch::Start() {
   round_.host.Subscribe<CalcReportMsg>(
       "kivrun", calctopics::kCalcReport, [this](CalcReportMsg* message) {
-        const rapidjson::Value& node = Member(message->report, "node");
+        const rapidjson::Value& node = MemberOrNull(message->report, "node");
         if (!node.IsString()) return;
         rapidjson::Document& kept = pending_[node.GetString()];
         kept.CopyFrom(message->report, kept.GetAllocator());
@@ -287,8 +285,8 @@ void AnswerWatch::Answered(const ResponderKind& kind, const void* record) {
   const rapidjson::Document report = std::move(pending->second);
   pending_.erase(pending);
   const RecordLayout& layout = *FindRecord(kind.answer);
-  const std::string action = Member(report, "action").IsString()
-                                 ? Member(report, "action").GetString()
+  const std::string action = MemberOrNull(report, "action").IsString()
+                                 ? MemberOrNull(report, "action").GetString()
                                  : std::string("answer");
   Fields f;
   f.Str("node", kind.node).Str("action", action).Str("topic", kind.answers);
@@ -296,7 +294,8 @@ void AnswerWatch::Answered(const ResponderKind& kind, const void* record) {
   rapidjson::Value fields(rapidjson::kObjectType);
   DecodeFields(layout, record, fields, f.allocator());
   f.value().AddMember("fields", fields, f.allocator());
-  if (Member(report, "problems").IsArray()) f.Json("problems", Member(report, "problems"));
+  if (MemberOrNull(report, "problems").IsArray())
+    f.Json("problems", MemberOrNull(report, "problems"));
   AddComputed(report, f);
   round_.log.Write("answer", f.value());
   round_.summary.Answered(kind.node, action, f.value());

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "tools/kivrun/json_values.h"
 #include "tools/kivrun/scenario.h"
 
 namespace kivrun {
@@ -150,10 +151,6 @@ class Utf8Writer {
   std::vector<std::pair<std::string, std::string>> raw_;
 };
 
-std::string Text(const rapidjson::Value& value) {
-  return std::string(value.GetString(), value.GetStringLength());
-}
-
 std::string Unhex(const std::string& hex) {
   auto digit = [](char c) {
     if (c >= '0' && c <= '9') return c - '0';
@@ -283,7 +280,7 @@ void RestoreBytes(rapidjson::Document& event) {
       throw std::invalid_argument(
           "\"bytes_hex\" needs an object of JSON Pointers and their bytes in hexadecimal");
     }
-    entries.emplace_back(Text(entry.name), Unhex(Text(entry.value)));
+    entries.emplace_back(StringOf(entry.name), Unhex(StringOf(entry.value)));
   }
   auto& allocator = event.GetAllocator();
   for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {

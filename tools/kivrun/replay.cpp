@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "tools/kivrun/event_log.h"
+#include "tools/kivrun/json_values.h"
 #include "tools/kivrun/records.h"
 #include "tools/kivrun/responders.h"
 
@@ -40,21 +41,17 @@ std::string Minified(const rapidjson::Value& value) {
   return std::string(buffer.GetString(), buffer.GetSize());
 }
 
-std::string Text(const rapidjson::Value& value) {
-  return std::string(value.GetString(), value.GetStringLength());
-}
-
 bool IsEvent(const rapidjson::Value& event) {
   if (!event.IsObject() || event.MemberCount() < 2) return false;
   const auto t = event.MemberBegin();
   const auto kind = t + 1;
-  return Text(t->name) == "t" && t->value.IsInt64() && t->value.GetInt64() >= 0 &&
-         Text(kind->name) == "event" && kind->value.IsString();
+  return StringOf(t->name) == "t" && t->value.IsInt64() && t->value.GetInt64() >= 0 &&
+         StringOf(kind->name) == "event" && kind->value.IsString();
 }
 
 // An event as compared: minified, the version tags blanked. `event` is one.
 std::string Compared(const rapidjson::Value& event) {
-  if (Text((event.MemberBegin() + 1)->value) != "version") return Minified(event);
+  if (StringOf((event.MemberBegin() + 1)->value) != "version") return Minified(event);
   rapidjson::Document copy;
   copy.CopyFrom(event, copy.GetAllocator());
   for (const char* tag : {"commit", "framework"}) {
@@ -71,7 +68,7 @@ class Line {
       : path_(path),
         number_(number),
         event_(event),
-        kind_(Text((event.MemberBegin() + 1)->value)) {}
+        kind_(StringOf((event.MemberBegin() + 1)->value)) {}
 
   [[noreturn]] void Fail(const std::string& what) const {
     throw ReplayError(path_ + ":" + std::to_string(number_) + ": " + what);
@@ -93,7 +90,7 @@ class Line {
     return it->value;
   }
   std::string NeedText(const char* key, bool nonempty = false) const {
-    return Text(Need(
+    return StringOf(Need(
         key,
         [nonempty](const rapidjson::Value& v) {
           return v.IsString() && (!nonempty || v.GetStringLength() > 0);
@@ -290,7 +287,7 @@ Recording ReadRecording(const std::string& path) {
     if (!IsEvent(event)) {
       const auto t = event.IsObject() ? event.FindMember("t") : event.MemberEnd();
       if (event.IsObject() && event.MemberCount() >= 2 && t == event.MemberBegin() &&
-          Text((t + 1)->name) == "event") {
+          StringOf((t + 1)->name) == "event") {
         const bool t_ok = t->value.IsInt64() && t->value.GetInt64() >= 0;
         throw ReplayError(where + (t_ok ? "\"event\" needs a text, the kind of event, not " +
                                               Minified((t + 1)->value)
@@ -371,11 +368,11 @@ Recording ReadRecording(const std::string& path) {
     if (kind == "camera_settings" && recorded.step.number == 0) {
       const auto folder = event["settings"].FindMember("pictures");
       if (folder != event["settings"].MemberEnd() && folder->value.IsString()) {
-        recording.pictures.push_back(Text(folder->value));
+        recording.pictures.push_back(StringOf(folder->value));
       }
     }
     if (kind == "answer") {
-      recording.answers[Text(event["node"])].push_back(std::move(recorded));
+      recording.answers[StringOf(event["node"])].push_back(std::move(recorded));
     } else {
       recording.inputs.push_back(std::move(recorded));
     }

@@ -2,16 +2,10 @@
 
 #include <memory>
 
+#include "tools/kivrun/json_values.h"
 #include "tools/kivrun/records.h"
 
 namespace kivrun {
-namespace {
-
-std::string Text(const rapidjson::Value& value) {
-  return std::string(value.GetString(), value.GetStringLength());
-}
-
-}  // namespace
 
 void ReplayPlayer::AdvanceTo(int64_t t) {
   const int64_t now = round_.host.Loop().Now();
@@ -36,7 +30,7 @@ int ReplayPlayer::Play() {
         code = recording_.end_code;
       } else if (round_.options.progress) {
         const auto requests = members.FindMember("requests");
-        round_.Show(MatchedLine(round_.host.Loop().Now(), Text(members["label"]),
+        round_.Show(MatchedLine(round_.host.Loop().Now(), StringOf(members["label"]),
                                 requests != members.MemberEnd(),
                                 requests != members.MemberEnd() ? requests->value.GetInt64() : 0,
                                 members["ticks"].GetInt64()));
@@ -55,14 +49,14 @@ int ReplayPlayer::Play() {
 void ReplayPlayer::Responder(const RecordedEvent& event) {
   const rapidjson::Document members = ParseRecorded(event.members);
   round_.log.Write("responder", members);
-  const std::string node = Text(members["node"]);
+  const std::string node = StringOf(members["node"]);
   const auto [it, first] = replayed_.try_emplace(node);
   ReplayedNode& replayed = it->second;
   for (const ResponderKind& kind : ResponderKinds()) {
     if (node == kind.node) replayed.kind = &kind;
   }
-  replayed.silent = Text(members["mode"]) == "silent";
-  replayed.computes = Text(members["mode"]) == "compute";
+  replayed.silent = StringOf(members["mode"]) == "silent";
+  replayed.computes = StringOf(members["mode"]) == "compute";
   replayed.delay_us = members["delay_us"].GetInt64();
   if (!first) return;
   FindRecord(replayed.kind->request)
@@ -91,12 +85,12 @@ void ReplayPlayer::Answer(const std::string& node) {
   const RecordedEvent& answer = answers->second[replayed.answered++];
   const rapidjson::Document members = ParseRecorded(answer.members);
   round_.log.Write("answer", members);
-  const RecordLayout& layout = *FindRecord(Text(members["record"]));
+  const RecordLayout& layout = *FindRecord(StringOf(members["record"]));
   std::shared_ptr<void> record = layout.make();
   EncodeFields(layout, members["fields"], record.get());
-  const std::string topic = Text(members["topic"]);
+  const std::string topic = StringOf(members["topic"]);
   layout.publish(round_.host.FindTopic(topic), topic, record.get(), "kivrun/" + node);
-  round_.summary.Answered(node, Text(members["action"]), members);
+  round_.summary.Answered(node, StringOf(members["action"]), members);
   if (replayed.computes) round_.summary.Computed(node, members);
 }
 

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <string>
 
+#include "tools/kivrun/json_values.h"
+
 namespace kivrun {
 namespace {
 
@@ -16,10 +18,6 @@ int64_t Ranged(const rapidjson::Value& value, const std::string& where, const ch
                         (value.IsNumber() ? ", not " + JsonText::Of(value).text() : std::string()));
   }
   return value.GetInt64();
-}
-
-std::string Name(const rapidjson::Value& name) {
-  return std::string(name.GetString(), name.GetStringLength());
 }
 
 // The member `key` (a plain name, no NUL), or null.
@@ -67,9 +65,9 @@ Awaited ParseAwaited(const rapidjson::Value& value, const std::string& where, co
   }
   Awaited awaited;
   for (const auto& member : value.GetObject()) {
-    const std::string name = Name(member.name);
+    const std::string name = StringOf(member.name);
     if (name == "topic" && member.value.IsString() && member.value.GetStringLength() > 0) {
-      awaited.topic = Name(member.value);
+      awaited.topic = StringOf(member.value);
     } else if (name == "fields" && member.value.IsObject()) {
       const rapidjson::Value* prefix = Member(member.value, kTextPrefix);
       if (prefix && !prefix->IsString()) {
@@ -97,11 +95,11 @@ ResponderSetting ParseResponder(const rapidjson::Value& item, const std::string&
   ResponderSetting setting;
   const rapidjson::Value& name = *Member(item, "responder");
   if (!name.IsString()) throw ScenarioError(where + ": \"responder\" needs a node name");
-  setting.node = Name(name);
+  setting.node = StringOf(name);
   int modes = 0;
   bool computes = false;
   for (const auto& member : item.GetObject()) {
-    const std::string key = Name(member.name);
+    const std::string key = StringOf(member.name);
     const rapidjson::Value& value = member.value;
     if (key == "answer") {
       if (!value.IsObject()) throw ScenarioError(where + ": \"answer\" needs an object of fields");
@@ -128,7 +126,7 @@ ResponderSetting ParseResponder(const rapidjson::Value& item, const std::string&
       for (const auto& path : value.GetArray()) {
         if (!path.IsString())
           throw ScenarioError(where + ": \"needs\" needs a list of picture paths");
-        setting.needs.emplace_back(Name(path));
+        setting.needs.emplace_back(StringOf(path));
       }
     } else if (key == "refuse") {
       if (!value.IsInt64())
@@ -170,14 +168,14 @@ Step ParseStep(const rapidjson::Value& item, int number, const std::string& wher
   if (!item.IsObject()) throw ScenarioError(where + ": a step must be a JSON object");
   std::string action;
   for (const auto& member : item.GetObject()) {
-    const std::string key = Name(member.name);
+    const std::string key = StringOf(member.name);
     if (!IsAction(key)) continue;
     if (!action.empty()) throw ScenarioError(where + ": a step does one thing; split it");
     action = key;
   }
   if (action.empty()) {
     for (const auto& member : item.GetObject()) {
-      const std::string key = Name(member.name);
+      const std::string key = StringOf(member.name);
       bool known = false;
       for (const char* a : kActions) {
         for (const auto& modifier : ModifiersOf(a)) known = known || key == modifier;
@@ -191,7 +189,7 @@ Step ParseStep(const rapidjson::Value& item, int number, const std::string& wher
   }
   const std::vector<std::string> modifiers = ModifiersOf(action);
   for (const auto& member : item.GetObject()) {
-    const std::string key = Name(member.name);
+    const std::string key = StringOf(member.name);
     if (key == action) continue;
     bool allowed = false;
     for (const auto& modifier : modifiers) allowed = allowed || key == modifier;
@@ -213,7 +211,7 @@ Step ParseStep(const rapidjson::Value& item, int number, const std::string& wher
       throw ScenarioError(where + ": \"send\" needs a topic name");
     }
     step.kind = Step::Kind::kSend;
-    step.topic = Name(value);
+    step.topic = StringOf(value);
     if (fields) {
       if (!fields->IsObject()) throw ScenarioError(where + ": \"fields\" must be an object");
       step.value = JsonText::Of(*fields);
@@ -223,7 +221,7 @@ Step ParseStep(const rapidjson::Value& item, int number, const std::string& wher
     if (record) {
       if (!record->IsString() || record->GetStringLength() == 0)
         throw ScenarioError(where + ": \"record\" needs a record type name");
-      step.record = Name(*record);
+      step.record = StringOf(*record);
     }
   } else if (action == "json") {
     if (!value.IsObject() && !value.IsNull()) {
@@ -256,14 +254,14 @@ Step ParseStep(const rapidjson::Value& item, int number, const std::string& wher
   } else if (action == "note") {
     if (!value.IsString()) throw ScenarioError(where + ": \"note\" needs a text");
     step.kind = Step::Kind::kNote;
-    step.text = Name(value);
+    step.text = StringOf(value);
   } else if (action == "responder") {
     step.kind = Step::Kind::kResponder;
     step.responder = std::make_shared<const ResponderSetting>(ParseResponder(item, where));
   } else if (action == "repeat" || action == "wait") {
     if (label) {
       if (!label->IsString()) throw ScenarioError(where + ": \"label\" needs a text");
-      step.text = Name(*label);
+      step.text = StringOf(*label);
     }
     if (action == "repeat") {
       step.kind = Step::Kind::kRepeat;
@@ -308,14 +306,14 @@ Scenario LoadScenario(const std::string& path) {
   Scenario scenario;
   scenario.path = path;
   for (const auto& member : doc->GetObject()) {
-    const std::string key = Name(member.name);
+    const std::string key = StringOf(member.name);
     const rapidjson::Value& value = member.value;
     if (key == "description") {
       if (!value.IsString()) throw ScenarioError(path + ": \"description\" needs a text");
-      scenario.description = Name(value);
+      scenario.description = StringOf(value);
     } else if (key == "node") {
       if (!value.IsString()) throw ScenarioError(path + ": \"node\" needs a node ID");
-      scenario.node_id = Name(value);
+      scenario.node_id = StringOf(value);
     } else if (key == "config") {
       if (scenario.config)
         throw ScenarioError(path + ": give \"config\" or \"config_file\", not both");
@@ -325,13 +323,13 @@ Scenario LoadScenario(const std::string& path) {
       if (scenario.config)
         throw ScenarioError(path + ": give \"config\" or \"config_file\", not both");
       if (!value.IsString()) throw ScenarioError(path + ": \"config_file\" needs a file name");
-      const std::string file = Name(value);
+      const std::string file = StringOf(value);
       scenario.config = ReadJsonFile(BesideScenario(path, file));
     } else if (key == "camera_model") {
       if (!value.IsString() || value.GetStringLength() == 0) {
         throw ScenarioError(path + ": \"camera_model\" needs a camera model file's name");
       }
-      scenario.camera_model = BesideScenario(path, Name(value));
+      scenario.camera_model = BesideScenario(path, StringOf(value));
     } else if (key == "plugins") {
       scenario.plugins = ReadPlugins(value, path);
     } else if (key == "nodes") {

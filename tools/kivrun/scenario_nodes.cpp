@@ -2,16 +2,10 @@
 #include <string>
 #include <vector>
 
+#include "tools/kivrun/json_values.h"
 #include "tools/kivrun/scenario.h"
 
 namespace kivrun {
-namespace {
-
-std::string Name(const rapidjson::Value& name) {
-  return std::string(name.GetString(), name.GetStringLength());
-}
-
-}  // namespace
 
 std::string BesideScenario(const std::string& scenario, const std::string& file) {
   if (file.rfind('/', 0) == 0) return file;
@@ -25,7 +19,7 @@ std::vector<std::string> ReadPlugins(const rapidjson::Value& value, const std::s
   std::vector<std::string> plugins;
   for (const auto& item : value.GetArray()) {
     if (!item.IsString() || item.GetStringLength() == 0) throw ScenarioError(what);
-    const std::string name = Name(item);
+    const std::string name = StringOf(item);
     // A file name alone is one of kivrun's plug-ins; a path is the scenario's.
     plugins.push_back(name.find('/') == std::string::npos ? name : BesideScenario(path, name));
   }
@@ -45,12 +39,12 @@ std::vector<OtherNode> ReadNodes(const rapidjson::Value& value, const std::strin
     if (!item.IsObject()) throw ScenarioError(where + " needs an object");
     OtherNode node;
     for (const auto& member : item.GetObject()) {
-      const std::string key = Name(member.name);
+      const std::string key = StringOf(member.name);
       if (key == "node") {
         if (!member.value.IsString() || member.value.GetStringLength() == 0) {
           throw ScenarioError(where + ": \"node\" needs a node ID");
         }
-        node.node_id = Name(member.value);
+        node.node_id = StringOf(member.value);
       } else if (key == "config" || key == "config_file") {
         if (node.config) {
           throw ScenarioError(where + ": give \"config\" or \"config_file\", not both");
@@ -61,7 +55,7 @@ std::vector<OtherNode> ReadNodes(const rapidjson::Value& value, const std::strin
         } else if (!member.value.IsString()) {
           throw ScenarioError(where + ": \"config_file\" needs a file name");
         } else {
-          node.config = ReadJsonFile(BesideScenario(path, Name(member.value)));
+          node.config = ReadJsonFile(BesideScenario(path, StringOf(member.value)));
         }
       } else {
         throw ScenarioError(where + ": unknown member \"" + Printable(key) +

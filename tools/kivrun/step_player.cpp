@@ -13,6 +13,7 @@
 #include "platform/sunxi_cam/camera_sim.h"
 #include "tools/kivrun/calc_plugin_nodes.h"
 #include "tools/kivrun/chessboard_folder.h"
+#include "tools/kivrun/json_values.h"
 #include "tools/kivrun/records.h"
 
 namespace kivrun {
@@ -25,10 +26,6 @@ std::string Minified(const rapidjson::Value& value) {
   return buffer.GetString();
 }
 
-std::string Text(const rapidjson::Value& value) {
-  return std::string(value.GetString(), value.GetStringLength());
-}
-
 std::string Seconds(int64_t us) {
   char text[32];
   std::snprintf(text, sizeof text, "%.2f s", static_cast<double>(us) / 1e6);
@@ -39,10 +36,10 @@ std::string Seconds(int64_t us) {
 
 bool FieldsMatch(const rapidjson::Value& wanted, const rapidjson::Value& decoded) {
   for (const auto& member : wanted.GetObject()) {
-    if (Text(member.name) == kTextPrefix) {
+    if (StringOf(member.name) == kTextPrefix) {
       const auto text = decoded.FindMember("text");
       if (text == decoded.MemberEnd() || !text->value.IsString() ||
-          Text(text->value).rfind(Text(member.value), 0) != 0) {
+          StringOf(text->value).rfind(StringOf(member.value), 0) != 0) {
         return false;
       }
       continue;
