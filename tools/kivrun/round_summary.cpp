@@ -6,11 +6,12 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
-#include <iterator>
 
 #include "msgs/topics.h"
 #include "src/calicodes.h"
+#include "tools/kivrun/json_values.h"
 
 namespace kivrun {
 namespace {
@@ -186,13 +187,6 @@ double Number(const rapidjson::Value& object, const char* key) {
   return it != object.MemberEnd() && it->value.IsNumber() ? it->value.GetDouble() : std::nan("");
 }
 
-const rapidjson::Value& Member(const rapidjson::Value& object, const char* key) {
-  static const rapidjson::Value null;
-  if (!object.IsObject()) return null;
-  const auto it = object.FindMember(key);
-  return it != object.MemberEnd() ? it->value : null;
-}
-
 std::string Text(const char* format, double a, double b = 0, double c = 0, double d = 0,
                  double e = 0, double f = 0, double g = 0, double h = 0) {
   char text[300];
@@ -203,12 +197,12 @@ std::string Text(const char* format, double a, double b = 0, double c = 0, doubl
 // Why a computing node could not answer: its code and reason, or the
 // pictures it refused.
 std::string Failure(const rapidjson::Value& answer) {
-  const rapidjson::Value& problems = Member(answer, "problems");
+  const rapidjson::Value& problems = MemberOrNull(answer, "problems");
   if (problems.IsArray() && !problems.Empty() && problems[0].IsString()) {
     return "refused: " + std::string(problems[0].GetString()) +
            (problems.Size() > 1 ? " (and " + std::to_string(problems.Size() - 1) + " more)" : "");
   }
-  const rapidjson::Value& reason = Member(answer, "reason");
+  const rapidjson::Value& reason = MemberOrNull(answer, "reason");
   return "failed with code " + std::to_string(static_cast<int>(Number(answer, "code"))) + ": " +
          (reason.IsString() ? reason.GetString() : "");
 }
@@ -216,18 +210,20 @@ std::string Failure(const rapidjson::Value& answer) {
 }  // namespace
 
 void RoundSummary::Computed(const std::string& node, const rapidjson::Value& answer) {
-  const rapidjson::Value& board = Member(answer, "board");
-  if (node == "ieparam" && Member(board, "found").IsFalse() && Member(board, "view").IsString()) {
-    views_without_board_.push_back(Member(board, "view").GetString());
+  const rapidjson::Value& board = MemberOrNull(answer, "board");
+  if (node == "ieparam" && MemberOrNull(board, "found").IsFalse() &&
+      MemberOrNull(board, "view").IsString()) {
+    views_without_board_.push_back(MemberOrNull(board, "view").GetString());
   }
   std::vector<std::pair<std::string, std::string>> rows;
-  const bool failed = Member(answer, "problems").IsArray() || Member(answer, "code").IsNumber();
+  const bool failed =
+      MemberOrNull(answer, "problems").IsArray() || MemberOrNull(answer, "code").IsNumber();
   if (node == "plane") {
     for (const char* side : {"left", "right"}) {
-      const rapidjson::Value& got = Member(Member(answer, "lasers"), side);
-      const rapidjson::Value& truth = Member(Member(answer, "truth"), side);
-      const rapidjson::Value& error = Member(Member(answer, "errors"), side);
-      if (!Member(got, "yaw").IsNumber()) continue;
+      const rapidjson::Value& got = MemberOrNull(MemberOrNull(answer, "lasers"), side);
+      const rapidjson::Value& truth = MemberOrNull(MemberOrNull(answer, "truth"), side);
+      const rapidjson::Value& error = MemberOrNull(MemberOrNull(answer, "errors"), side);
+      if (!MemberOrNull(got, "yaw").IsNumber()) continue;
       rows.emplace_back(
           std::string(side) + " laser plane",
           Text("yaw %.4f, roll %.4f deg, offset %.4f mm; true %.4f, %.4f deg, %.4f mm; error "
@@ -235,13 +231,13 @@ void RoundSummary::Computed(const std::string& node, const rapidjson::Value& ans
                Number(got, "yaw"), Number(got, "roll"), Number(got, "offset_mm"),
                Number(truth, "yaw"), Number(truth, "roll"), Number(truth, "offset_mm"),
                Number(error, "normal_deg"), Number(error, "offset_mm")) +
-              Text("; 1-sigma %.4f, %.4f deg, %.4f mm", Number(Member(got, "sigma"), "yaw"),
-                   Number(Member(got, "sigma"), "roll"),
-                   Number(Member(got, "sigma"), "offset_mm")));
+              Text("; 1-sigma %.4f, %.4f deg, %.4f mm", Number(MemberOrNull(got, "sigma"), "yaw"),
+                   Number(MemberOrNull(got, "sigma"), "roll"),
+                   Number(MemberOrNull(got, "sigma"), "offset_mm")));
     }
     if (failed) rows.emplace_back("plane calibration", Failure(answer));
   } else if (node == "check") {
-    const rapidjson::Value& residuals = Member(answer, "residuals");
+    const rapidjson::Value& residuals = MemberOrNull(answer, "residuals");
     if (failed) {
       rows.emplace_back("plane check", Failure(answer));
     } else {
@@ -249,34 +245,34 @@ void RoundSummary::Computed(const std::string& node, const rapidjson::Value& ans
           "plane check",
           Text("passed: residuals left %.4f px RMS, %.4f px at worst, %.4f px aside; right "
                "%.4f px RMS, %.4f px at worst, %.4f px aside",
-               Number(Member(residuals, "left"), "rms_px"),
-               Number(Member(residuals, "left"), "worst_px"),
-               Number(Member(residuals, "left"), "bias_px"),
-               Number(Member(residuals, "right"), "rms_px"),
-               Number(Member(residuals, "right"), "worst_px"),
-               Number(Member(residuals, "right"), "bias_px")));
+               Number(MemberOrNull(residuals, "left"), "rms_px"),
+               Number(MemberOrNull(residuals, "left"), "worst_px"),
+               Number(MemberOrNull(residuals, "left"), "bias_px"),
+               Number(MemberOrNull(residuals, "right"), "rms_px"),
+               Number(MemberOrNull(residuals, "right"), "worst_px"),
+               Number(MemberOrNull(residuals, "right"), "bias_px")));
     }
   } else if (node == "distance") {
-    const rapidjson::Value& walls = Member(answer, "walls");
-    const double left = Number(Member(walls, "left"), "distance_mm");
-    const double right = Number(Member(walls, "right"), "distance_mm");
-    const rapidjson::Value& planes = Member(answer, "planes");
+    const rapidjson::Value& walls = MemberOrNull(answer, "walls");
+    const double left = Number(MemberOrNull(walls, "left"), "distance_mm");
+    const double right = Number(MemberOrNull(walls, "right"), "distance_mm");
+    const rapidjson::Value& planes = MemberOrNull(answer, "planes");
     const std::string with = planes.IsString() ? planes.GetString() : "no";
     if (!std::isnan(left) && !std::isnan(right)) {
       rows.emplace_back(
           "distance check",
           Text("%.4f mm (left %.4f, right %.4f) with the ", (left + right) / 2, left, right) +
               with + " planes; true " +
-              Text("%.4f mm; error %+.4f mm", Number(Member(answer, "truth"), "distance_mm"),
-                   Number(Member(answer, "errors"), "distance_mm")));
+              Text("%.4f mm; error %+.4f mm", Number(MemberOrNull(answer, "truth"), "distance_mm"),
+                   Number(MemberOrNull(answer, "errors"), "distance_mm")));
     }
     if (failed)
       rows.emplace_back(rows.empty() ? "distance check" : "distance check result", Failure(answer));
   } else if (node == "ieparam") {
     // The set's last answer: the camera it measured, beside the truth.
-    const rapidjson::Value& camera = Member(answer, "camera");
-    const rapidjson::Value& truth = Member(answer, "truth");
-    const rapidjson::Value& sigma = Member(answer, "sigma");
+    const rapidjson::Value& camera = MemberOrNull(answer, "camera");
+    const rapidjson::Value& truth = MemberOrNull(answer, "truth");
+    const rapidjson::Value& sigma = MemberOrNull(answer, "sigma");
     if (camera.IsObject()) {
       rows.emplace_back(
           "camera",
@@ -293,7 +289,8 @@ void RoundSummary::Computed(const std::string& node, const rapidjson::Value& ans
                Number(truth, "fx"), Number(truth, "fy"), Number(truth, "cx"), Number(truth, "cy"),
                Number(truth, "k1"), Number(truth, "height_cm"), Number(truth, "pitch_deg")));
     }
-    if (Member(answer, "code").IsNumber()) rows.emplace_back("camera calibration", Failure(answer));
+    if (MemberOrNull(answer, "code").IsNumber())
+      rows.emplace_back("camera calibration", Failure(answer));
   }
   for (auto& entry : computed_) {
     if (entry.first == node) {
@@ -354,7 +351,13 @@ void RoundSummary::KeepVersion(const ReportPicture& picture) {
   // The file as it is now, just closed after the write: the next request
   // rewrites it.
   std::ifstream in(picture.path, std::ios::binary);
-  version.bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  std::error_code error;
+  const std::uintmax_t size = std::filesystem::file_size(picture.path, error);
+  if (in && !error) {
+    version.bytes.resize(static_cast<std::size_t>(size));
+    in.read(reinterpret_cast<char*>(version.bytes.data()), static_cast<std::streamsize>(size));
+    version.bytes.resize(static_cast<std::size_t>(in.gcount()));
+  }
   versions.push_back(std::move(version));
 }
 
