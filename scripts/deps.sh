@@ -29,6 +29,29 @@ lasercali_install_deps() {
   lasercali_install_js
 }
 
+# clang's sanitizer and libFuzzer runtimes come in a package of their own
+# (libclang-rt-N-dev), which apt only recommends along with clang. Installs
+# it when clang++ cannot link the C++ program SOURCE with FLAGS (say
+# -fsanitize=address); fails when it still cannot.
+lasercali_install_clang_runtime() {
+  flags=$1
+  probe_dir=$(mktemp -d)
+  printf '%s\n' "$2" >"$probe_dir/probe.cpp"
+  # shellcheck disable=SC2086 # FLAGS are words
+  if ! clang++ $flags "$probe_dir/probe.cpp" -o "$probe_dir/probe" >/dev/null 2>&1; then
+    major=$(clang++ -dumpversion | cut -d. -f1)
+    LASERCALI_PACKAGES="libclang-rt-$major-dev"
+    lasercali_install_deps || { rm -rf "$probe_dir"; return 1; }
+    # shellcheck disable=SC2086
+    clang++ $flags "$probe_dir/probe.cpp" -o "$probe_dir/probe" >/dev/null 2>&1 || {
+      echo "clang++ cannot link a program with $flags" >&2
+      rm -rf "$probe_dir"
+      return 1
+    }
+  fi
+  rm -rf "$probe_dir"
+}
+
 # The round page's JavaScript (tools/report_page/package.json): uPlot, which
 # the build embeds into every page, and puppeteer-core, which drives the
 # browser in the page's test. npm installs the versions package-lock.json

@@ -71,18 +71,9 @@ lasercali_install_deps || fail 3 "could not install $LASERCALI_PACKAGES"
 
 work=build-fuzz
 mkdir -p "$work"
-# libFuzzer's runtime comes with a package of its own (libclang-rt-N-dev),
-# which apt only recommends along with clang.
-probe="$work/probe.cpp"
-echo 'extern "C" int LLVMFuzzerTestOneInput(const unsigned char*, unsigned long) { return 0; }' >"$probe"
-if ! clang++ -fsanitize=fuzzer "$probe" -o "$work/probe" >/dev/null 2>&1; then
-  major=$(clang++ -dumpversion | cut -d. -f1)
-  LASERCALI_PACKAGES="libclang-rt-$major-dev"
-  lasercali_install_deps || fail 3 "could not install $LASERCALI_PACKAGES (libFuzzer)"
-  clang++ -fsanitize=fuzzer "$probe" -o "$work/probe" >/dev/null 2>&1 ||
-    fail 3 "clang++ cannot link a libFuzzer target"
-fi
-rm -f "$probe" "$work/probe"
+lasercali_install_clang_runtime -fsanitize=fuzzer \
+  'extern "C" int LLVMFuzzerTestOneInput(const unsigned char*, unsigned long) { return 0; }' ||
+  fail 3 "clang++ cannot link a libFuzzer target"
 
 # --- build -------------------------------------------------------------------
 
