@@ -60,6 +60,35 @@ TEST_F(LaserCalibrationTest, TheFactoryPicturesGiveEachLasersPlane) {
   }
 }
 
+// Centres found once serve every fit (the camera's uncertainty refits the
+// plane through moved cameras): the fit is the same to the bit, and a scan
+// given is the one used.
+TEST_F(LaserCalibrationTest, StripeCentresFoundBeforehandGiveTheSameFit) {
+  const TargetPictures pictures(calctest::FactoryDistances());
+  std::vector<calc::StripePicture> scanned = pictures.Of(1);
+  std::vector<calc::StripeScan> scans;
+  scans.reserve(scanned.size());
+  for (calc::StripePicture& p : scanned) {
+    const calc::GrayPicture& g = p.picture;
+    scans.push_back(calc::FindStripeCentres(g.pixels, g.width, g.height, g.stride));
+    p.scan = &scans.back();
+  }
+  const calc::LaserFit found = calc::CalibrateLaser(Geometry(), pictures.Of(1));
+  const calc::LaserFit given = calc::CalibrateLaser(Geometry(), scanned);
+  ASSERT_EQ(found.code, calc::kSuccess) << found.reason;
+  ASSERT_EQ(given.code, calc::kSuccess) << given.reason;
+  EXPECT_EQ(given.points, found.points);
+  EXPECT_EQ(given.fit.plane.normal.x, found.fit.plane.normal.x);
+  EXPECT_EQ(given.fit.plane.normal.y, found.fit.plane.normal.y);
+  EXPECT_EQ(given.fit.plane.normal.z, found.fit.plane.normal.z);
+  EXPECT_EQ(given.fit.plane.offset, found.fit.plane.offset);
+
+  const calc::StripeScan none;
+  scanned[0].scan = &none;
+  EXPECT_EQ(calc::LocateStripe(Geometry(), scanned[0]).stripe_rows, 0);
+  EXPECT_EQ(calc::CalibrateLaser(Geometry(), scanned).code, calc::kNoStripe);
+}
+
 TEST_F(LaserCalibrationTest, TheFitUsesFloorAndWallPointsAndLeavesOutTheFoot) {
   const TargetPictures pictures(calctest::FactoryDistances());
   const calc::LaserFit fit = calc::CalibrateLaser(Geometry(), pictures.Of(1));

@@ -36,7 +36,11 @@ LocatedStripe LocateStripe(const CameraGeometry& geometry, const StripePicture& 
                            const CalibrationOptions& options) {
   LocatedStripe out;
   const GrayPicture& g = picture.picture;
-  const StripeScan scan = FindStripeCentres(g.pixels, g.width, g.height, g.stride, options.stripe);
+  StripeScan found;
+  if (picture.scan == nullptr) {
+    found = FindStripeCentres(g.pixels, g.width, g.height, g.stride, options.stripe);
+  }
+  const StripeScan& scan = picture.scan != nullptr ? *picture.scan : found;
   out.stripe_rows = static_cast<int>(scan.centres.size());
   out.two_stripes = scan.rows_two_stripes;
   // The centres as an ideal pinhole shows them: the lens's distortion undone.
@@ -144,10 +148,20 @@ LaserFit CalibrateLaser(const CameraGeometry& geometry, const std::vector<Stripe
 LaserFit CalibrateLaserThrough(const CameraModel& camera,
                                const std::vector<StripePicture>& pictures,
                                const CalibrationOptions& options) {
-  LaserFit result = CalibrateLaser(CameraGeometry(camera), pictures, options);
+  // The stripes' centres once, for the fit and every refit.
+  std::vector<StripeScan> scans;
+  scans.reserve(pictures.size());
+  std::vector<StripePicture> scanned = pictures;
+  for (StripePicture& picture : scanned) {
+    if (picture.scan != nullptr) continue;
+    const GrayPicture& g = picture.picture;
+    scans.push_back(FindStripeCentres(g.pixels, g.width, g.height, g.stride, options.stripe));
+    picture.scan = &scans.back();
+  }
+  LaserFit result = CalibrateLaser(CameraGeometry(camera), scanned, options);
   if (result.code != kSuccess) return result;
   const auto refit = [&](const CameraModel& moved, PlaneAngles* angles) {
-    const LaserFit fit = CalibrateLaser(CameraGeometry(moved), pictures, options);
+    const LaserFit fit = CalibrateLaser(CameraGeometry(moved), scanned, options);
     if (fit.code != kSuccess) return false;
     *angles = AnglesOf(fit.fit.plane);
     return true;

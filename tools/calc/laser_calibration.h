@@ -59,10 +59,14 @@ struct GrayPicture {
 };
 
 // A picture of one laser's stripe with the wall at `target.distance`.
+// `scan`, when set, is the stripe's centres in it as FindStripeCentres
+// finds them with the options' `stripe`, found once for fits through
+// several cameras (the centres do not depend on the camera); not owned.
 struct StripePicture {
   std::string name;  // for messages: the file
   GrayPicture picture;
   Target target;
+  const StripeScan* scan = nullptr;
 };
 
 struct CalibrationOptions {
