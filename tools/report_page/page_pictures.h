@@ -53,7 +53,7 @@ struct StripeFindings {
 struct ShownPicture {
   std::string problem;  // why it cannot be shown; "" when it can
   int width = 0, height = 0, channels = 0;
-  std::string image;           // data: URI of the WebP
+  std::string image;           // data: URI of the PNG or JPEG
   bool exact = false;          // lossless
   int largest_difference = 0;  // grey levels, when not exact
   bool cut = false;            // the stripe cut ran: overlay and findings are set
